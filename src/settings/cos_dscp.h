@@ -1,0 +1,20 @@
+// CoS/DSCP of voice traffic: passed through from any key under
+// "/bridge/vvlan/cos_dscp/" in database 1 to the bare prefix key in
+// database 0, prefixed with the current OUI index. Nothing is kept.
+#pragma once
+
+#include <cstdint>
+
+#include "tukredis.h"
+
+struct vvlan_cos_dscp {
+    uint8_t cos;  // byte 0: 802.1p priority
+    uint8_t dscp; // byte 1: DSCP; further bytes are ignored
+};
+
+inline constexpr uint32_t VVLAN_COS_DSCP_LEN = 2;
+inline constexpr uint32_t VVLAN_COS_DSCP_PUBLISHED_LEN = 4;
+
+// "/bridge/vvlan/cos_dscp/*", database 1
+int32_t get_cos_dscp_pmsg_f(tukredis_pmsg *pmsg);
+void set_cos_dscp_redis(const vvlan_cos_dscp &value);
