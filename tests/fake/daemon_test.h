@@ -1,0 +1,49 @@
+// The fixture every unit test of the daemon derives from, and readable
+// printers for what the fakes record.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <ostream>
+#include <string>
+
+#include "daemon_state.h"
+#include "fake_bus.h"
+#include "fake_platform.h"
+#include "fake_posix.h"
+#include "fake_trace.h"
+
+namespace fake {
+
+// Bytes as text when printable, hex otherwise.
+std::string printable(const std::string &bytes);
+
+void PrintTo(const db_write &w, std::ostream *os);
+void PrintTo(const expected_line &l, std::ostream *os);
+
+// (function, level, text) of a line, for ElementsAre and Contains.
+inline expected_line L(const std::string &func, int level, const std::string &text) {
+    return expected_line{func, level, text};
+}
+inline expected_line INFO(const std::string &func, const std::string &text) {
+    return L(func, 1, text);
+}
+inline expected_line ERR(const std::string &func, const std::string &text) {
+    return L(func, 2, text);
+}
+
+} // namespace fake
+
+class DaemonTest : public ::testing::Test {
+  protected:
+    void SetUp() override { fake::reset_all(); }
+    void TearDown() override {
+        EXPECT_EQ(fake::bus::get().check_write_convention(), "");
+        fake::stop_aging_thread();
+        fake::sleep_control::get().reset(fake::sleep_mode::real);
+    }
+
+    fake::bus &bus() { return fake::bus::get(); }
+    fake::platform &platform() { return fake::platform::get(); }
+};

@@ -1,0 +1,123 @@
+#include "fake_trace.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <mutex>
+#include <thread>
+
+namespace fake {
+namespace {
+
+std::mutex g_mutex;
+std::vector<std::string> g_lines;
+std::vector<std::thread::id> g_threads;
+long g_calls = 0;
+
+std::vector<expected_line> lines_by_thread(bool here) {
+    std::vector<std::string> lines;
+    std::vector<std::thread::id> threads;
+    {
+        const std::lock_guard<std::mutex> lock(g_mutex);
+        lines = g_lines;
+        threads = g_threads;
+    }
+    std::vector<expected_line> out;
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        if ((threads[i] == std::this_thread::get_id()) == here) {
+            const trace_line t = parse_trace_line(lines[i]);
+            out.push_back({t.func, t.level, t.text});
+        }
+    }
+    return out;
+}
+
+} // namespace
+
+std::vector<std::string> raw_trace() {
+    const std::lock_guard<std::mutex> lock(g_mutex);
+    return g_lines;
+}
+
+void clear_trace() {
+    const std::lock_guard<std::mutex> lock(g_mutex);
+    g_lines.clear();
+    g_threads.clear();
+    g_calls = 0;
+}
+
+long trace_sink_calls() {
+    const std::lock_guard<std::mutex> lock(g_mutex);
+    return g_calls;
+}
+
+trace_line parse_trace_line(const std::string &raw) {
+    trace_line t;
+    if (raw.size() < 2 || raw.compare(raw.size() - 2, 2, "\r\n") != 0 || raw[0] != '<') {
+        return t;
+    }
+    const std::size_t colon = raw.find(": ");
+    const std::size_t close = raw.find(">[", colon == std::string::npos ? 0 : colon);
+    const std::size_t pid_end = raw.find("](", close == std::string::npos ? 0 : close);
+    const std::size_t level_end = raw.find(')', pid_end == std::string::npos ? 0 : pid_end);
+    if (colon == std::string::npos || close == std::string::npos || pid_end == std::string::npos ||
+        level_end == std::string::npos) {
+        return t;
+    }
+    try {
+        t.func = raw.substr(1, colon - 1);
+        t.line = std::stoi(raw.substr(colon + 2, close - colon - 2));
+        t.pid = std::stoi(raw.substr(close + 2, pid_end - close - 2));
+        t.level = std::stoi(raw.substr(pid_end + 2, level_end - pid_end - 2));
+    } catch (...) {
+        return t;
+    }
+    t.text = raw.substr(level_end + 1, raw.size() - level_end - 3);
+    t.well_formed = t.line > 0;
+    return t;
+}
+
+std::vector<trace_line> trace() {
+    std::vector<trace_line> out;
+    for (const std::string &raw : raw_trace()) {
+        out.push_back(parse_trace_line(raw));
+    }
+    return out;
+}
+
+std::vector<expected_line> trace_lines() {
+    std::vector<expected_line> out;
+    for (const trace_line &t : trace()) {
+        out.push_back({t.func, t.level, t.text});
+    }
+    return out;
+}
+
+std::vector<expected_line> trace_lines_here() {
+    return lines_by_thread(true);
+}
+std::vector<expected_line> trace_lines_elsewhere() {
+    return lines_by_thread(false);
+}
+
+std::vector<std::string> trace_texts() {
+    std::vector<std::string> out;
+    for (const trace_line &t : trace()) {
+        out.push_back(t.text);
+    }
+    return out;
+}
+
+} // namespace fake
+
+extern "C" int dov_vvlan_trace_printf(const char *format, ...) {
+    char buf[1024];
+    va_list ap;
+    va_start(ap, format);
+    const int n = std::vsnprintf(buf, sizeof buf, format, ap);
+    va_end(ap);
+    const std::lock_guard<std::mutex> lock(fake::g_mutex);
+    ++fake::g_calls;
+    fake::g_lines.emplace_back(buf);
+    fake::g_threads.push_back(std::this_thread::get_id());
+    return n;
+}

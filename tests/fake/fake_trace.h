@@ -1,0 +1,38 @@
+// The recording trace sink: every line the daemon prints, and a parser of
+// the line format "<function: line>[pid](level)text\r\n".
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace fake {
+
+struct trace_line {
+    std::string func;
+    int line = 0;
+    int pid = 0;
+    int level = 0;
+    std::string text;
+    bool well_formed = false;
+};
+
+// What a test expects of a line: the function, the level and the text.
+struct expected_line {
+    std::string func;
+    int level;
+    std::string text;
+    bool operator==(const expected_line &) const = default;
+};
+
+std::vector<std::string> raw_trace();
+std::vector<trace_line> trace();
+std::vector<expected_line> trace_lines();           // every line as (func, level, text)
+std::vector<std::string> trace_texts();             // the texts only
+std::vector<expected_line> trace_lines_here();      // only lines printed by the calling thread
+std::vector<expected_line> trace_lines_elsewhere(); // only lines of other threads
+long trace_sink_calls();
+void clear_trace();
+
+trace_line parse_trace_line(const std::string &raw);
+
+} // namespace fake
