@@ -1,0 +1,124 @@
+// Host implementation of the device manager's port conversions.
+//
+// The map in force is the front panel's until libsdm_init loads another, so
+// lookups made before (or without) a successful libsdm_init use the default
+// map rather than fail.
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <mutex>
+
+#include "port_map.h"
+
+#pragma GCC visibility push(default)
+#include "libsdm.h"
+#pragma GCC visibility pop
+
+namespace sdm {
+namespace {
+
+// Replaced whole by libsdm_init and read by lookups from any thread. Never
+// destroyed: a daemon thread may still look up while the process exits.
+struct Current {
+    std::mutex mutex;
+    std::shared_ptr<const PortMap> map = std::make_shared<const PortMap>(PortMap::front_panel());
+};
+
+Current &current() {
+    static Current *const instance = new Current;
+    return *instance;
+}
+
+std::shared_ptr<const PortMap> map_in_force() {
+    Current &c = current();
+    const std::lock_guard lock(c.mutex);
+    return c.map;
+}
+
+void install(std::shared_ptr<const PortMap> map) {
+    Current &c = current();
+    const std::lock_guard lock(c.mutex);
+    c.map = std::move(map);
+}
+
+// strtoll alone would accept leading blanks and an empty text.
+bool starts_like_integer(const char *text) {
+    const char *digits = text[0] == '-' || text[0] == '+' ? text + 1 : text;
+    return std::isdigit(static_cast<unsigned char>(digits[0])) != 0;
+}
+
+// A test sets the result libsdm_init returns; a value that is not an integer
+// is a mistake in the test, reported rather than read as 0.
+bool forced_result(int &result) {
+    const char *text = std::getenv("LIBSDM_INIT_RESULT");
+    if (text == nullptr) {
+        return false;
+    }
+    char *end = nullptr;
+    errno = 0;
+    const long long value = std::strtoll(text, &end, 10);
+    if (!starts_like_integer(text) || errno != 0 || *end != '\0' || value < INT32_MIN ||
+        value > INT32_MAX) {
+        std::fprintf(stderr, "libsdm: LIBSDM_INIT_RESULT \"%s\" is not an integer\n", text);
+        result = -1;
+    } else {
+        result = static_cast<int>(value);
+    }
+    return true;
+}
+
+int load_map() {
+    const char *path = std::getenv("LIBSDM_PORT_MAP");
+    if (path == nullptr || path[0] == '\0') {
+        install(std::make_shared<const PortMap>(PortMap::front_panel()));
+        return 0;
+    }
+    std::vector<PortMapEntry> entries;
+    std::string error;
+    if (!load_port_map(path, entries, error)) {
+        // The map in force stays as it was.
+        std::fprintf(stderr, "libsdm: %s\n", error.c_str());
+        return -1;
+    }
+    install(std::make_shared<const PortMap>(std::move(entries)));
+    return 0;
+}
+
+} // namespace
+} // namespace sdm
+
+using namespace sdm;
+
+// The map is loaded even when the result is forced, so that a test forcing
+// the result still sees the ports it configured.
+int libsdm_init(const char *name, int flags) {
+    (void)name;
+    (void)flags;
+    try {
+        int forced = 0;
+        const bool is_forced = forced_result(forced);
+        const int loaded = load_map();
+        return is_forced ? forced : loaded;
+    } catch (...) {
+        std::fprintf(stderr, "libsdm: out of memory\n");
+        return -1;
+    }
+}
+
+int libsdm_get_ifx_by_phyid(uint32_t phyid, uint32_t *ifx, int mode) {
+    (void)mode;
+    if (ifx == nullptr) {
+        return -1;
+    }
+    return map_in_force()->ifx_of(phyid, *ifx) ? 0 : -1;
+}
+
+int libsdm_get_phyid_by_ifx(uint32_t ifx, uint32_t *phyid, int mode) {
+    (void)mode;
+    if (phyid == nullptr) {
+        return -1;
+    }
+    return map_in_force()->phyid_of(ifx, *phyid) ? 0 : -1;
+}

@@ -1,0 +1,55 @@
+// Opening connections to the server.
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <string_view>
+
+#include "io.h"
+
+namespace tukredis {
+
+// Where the server is, read from the environment at every connect so that a
+// test (or an operator) can move the daemon to another server without
+// restarting it.
+struct Address {
+    std::string socket_path; // wins when not empty
+    std::string host;
+    int port = 0;
+
+    std::string describe() const;
+};
+
+// TUKREDIS_SOCKET, else TUKREDIS_HOST (127.0.0.1) and TUKREDIS_PORT (6379).
+// False with why when the environment names no usable address.
+bool address_from_env(Address &address, std::string &why);
+
+// A non-blocking connection, connected within timeout. TCP connections get
+// keep-alive so that a vanished peer is noticed by the kernel too.
+ContextPtr open_connection(const Address &address, std::chrono::milliseconds timeout,
+                           std::string &why);
+
+// The connection every part of the library starts from: open, then make sure
+// the server publishes the keyspace events the daemon depends on. Null on
+// failure, with why.
+ContextPtr open_bus_connection(const Address &address, std::chrono::milliseconds timeout,
+                               std::string &why);
+
+// The keyspace-event flags this library needs and the server lacks, given the
+// server's current flags ("" when nothing is missing). 'A' in current stands
+// for all the class flags.
+std::string missing_notify_flags(std::string_view current);
+
+// Reads notify-keyspace-events and adds what is missing, removing nothing. A
+// refused CONFIG is reported and tolerated: the server may have CONFIG
+// disabled and be configured by hand. False only when the connection failed.
+bool ensure_notify_flags(redisContext *context, const Deadline &deadline, std::string &why);
+
+// A write to a socket the peer closed must fail with EPIPE rather than kill
+// the daemon. tukredis_init ignores SIGPIPE outright; a connection opened
+// without it only replaces the default action, so that a handler the program
+// installed itself stays.
+void ignore_sigpipe() noexcept;
+void ignore_default_sigpipe() noexcept;
+
+} // namespace tukredis

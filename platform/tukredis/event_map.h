@@ -1,0 +1,15 @@
+// Which keyspace events reach the daemon, and with which code.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+namespace tukredis {
+
+constexpr int32_t kNotDelivered = -1;
+
+// The code for event on key, or kNotDelivered. Pure, so that the table can be
+// tested without a server.
+int32_t event_code(std::string_view event, std::string_view key) noexcept;
+
+} // namespace tukredis

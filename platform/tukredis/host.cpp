@@ -1,0 +1,53 @@
+// The host-only introspection of tukredis_host.h.
+#include <string_view>
+
+#include "api.h"
+#include "api_guard.h"
+#include "command.h"
+#include "event_map.h"
+#include "out_log.h"
+#include "session.h"
+#include "stats.h"
+
+namespace tukredis {
+
+Stats &stats() noexcept {
+    static Stats *const instance = new Stats;
+    return *instance;
+}
+
+} // namespace tukredis
+
+using namespace tukredis;
+
+void tukredis_host_get_stats(tukredis_host_stats *out) {
+    if (out == nullptr) {
+        return;
+    }
+    const Stats &s = stats();
+    out->delivered = s.delivered.load(std::memory_order_relaxed);
+    out->dropped = s.dropped.load(std::memory_order_relaxed);
+    out->connect_attempts = s.connect_attempts.load(std::memory_order_relaxed);
+    out->reconnections = s.reconnections.load(std::memory_order_relaxed);
+}
+
+int32_t tukredis_host_event_code(const char *event, const char *key) {
+    if (event == nullptr || key == nullptr) {
+        return kNotDelivered;
+    }
+    return event_code(event, key);
+}
+
+void tukredis_host_reset(void) {
+    c_entry<int>(0, [] {
+        session_reset();
+        command_connection().drop();
+        out_log_reset();
+        Stats &s = stats();
+        s.delivered = 0;
+        s.dropped = 0;
+        s.connect_attempts = 0;
+        s.reconnections = 0;
+        return 0;
+    });
+}

@@ -1,0 +1,81 @@
+// Keyspace notifications are a server-wide setting that other programs on the
+// switch depend on as well, so this library only ever adds to it.
+#include <string>
+
+#include "conn.h"
+#include "log.h"
+
+namespace tukredis {
+namespace {
+
+// K: keyspace channel; g: del, expire, rename; $: set; x: expired;
+// e: evicted.
+constexpr std::string_view kNeeded = "Kg$xe";
+// What the server's 'A' alias covers among the class flags.
+constexpr std::string_view kAllClasses = "g$lshzxet";
+
+bool has_flag(std::string_view current, char flag) {
+    if (current.find(flag) != std::string_view::npos) {
+        return true;
+    }
+    return current.find('A') != std::string_view::npos &&
+           kAllClasses.find(flag) != std::string_view::npos;
+}
+
+// A server that refuses CONFIG refuses it on every connection; once a minute
+// is enough to say so.
+RateLimit &refusal_reports() {
+    static RateLimit *const limit = new RateLimit(std::chrono::seconds(60));
+    return *limit;
+}
+
+} // namespace
+
+std::string missing_notify_flags(std::string_view current) {
+    std::string missing;
+    for (const char flag : kNeeded) {
+        if (!has_flag(current, flag)) {
+            missing.push_back(flag);
+        }
+    }
+    return missing;
+}
+
+bool ensure_notify_flags(redisContext *context, const Deadline &deadline, std::string &why) {
+    static constexpr std::string_view kParameter = "notify-keyspace-events";
+    const ReplyPtr current = round_trip(context, {"CONFIG", "GET", kParameter}, deadline, why);
+    if (!current) {
+        return false;
+    }
+    if (current->type != REDIS_REPLY_ARRAY || current->elements != 2 ||
+        current->element[1]->type != REDIS_REPLY_STRING) {
+        const std::string text(reply_text(current.get()));
+        report_limited(refusal_reports(),
+                       "cannot read notify-keyspace-events%s%s; keyspace events may be missing",
+                       text.empty() ? "" : ": ", text.c_str());
+        return true;
+    }
+    const std::string flags(reply_text(current->element[1]));
+    const std::string missing = missing_notify_flags(flags);
+    if (missing.empty()) {
+        return true;
+    }
+    // Appending keeps whatever the server had, 'A' included, whose meaning
+    // depends on the server's version.
+    const std::string wanted = flags + missing;
+    const ReplyPtr set = round_trip(context, {"CONFIG", "SET", kParameter, wanted}, deadline, why);
+    if (!set) {
+        return false;
+    }
+    if (set->type == REDIS_REPLY_ERROR) {
+        report_limited(refusal_reports(),
+                       "cannot set notify-keyspace-events to \"%s\": %s; keyspace events may be "
+                       "missing",
+                       wanted.c_str(), std::string(reply_text(set.get())).c_str());
+    } else {
+        report("notify-keyspace-events was \"%s\", now \"%s\"", flags.c_str(), wanted.c_str());
+    }
+    return true;
+}
+
+} // namespace tukredis

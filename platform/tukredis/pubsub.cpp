@@ -1,0 +1,276 @@
+// The subscription connection: one connection carries every row of the table,
+// both databases included, so that handlers see notifications in the order
+// the server executed the commands.
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <poll.h>
+
+#include "api_guard.h"
+#include "command.h"
+#include "event_map.h"
+#include "log.h"
+#include "reply.h"
+#include "session.h"
+#include "stats.h"
+
+namespace tukredis {
+namespace {
+
+constexpr std::chrono::milliseconds kDefaultPingInterval{10000};
+constexpr std::chrono::milliseconds kLongestPingInterval{24L * 3600 * 1000};
+
+// How long the subscription connection may stay quiet before a PING checks
+// that the server is still there; as long again without an answer and the
+// connection counts as lost. Tests shorten it to notice a stopped server
+// quickly.
+std::chrono::milliseconds ping_interval() {
+    const char *text = std::getenv("TUKREDIS_PING_INTERVAL_MS");
+    if (text == nullptr || text[0] == '\0') {
+        return kDefaultPingInterval;
+    }
+    char *end = nullptr;
+    errno = 0;
+    const long long ms = std::strtoll(text, &end, 10);
+    if (errno != 0 || *end != '\0' || ms <= 0 || ms > kLongestPingInterval.count()) {
+        static bool reported = false;
+        if (!reported) {
+            reported = true;
+            report("TUKREDIS_PING_INTERVAL_MS \"%s\" is not a positive number of milliseconds; "
+                   "using %lld",
+                   text, static_cast<long long>(kDefaultPingInterval.count()));
+        }
+        return kDefaultPingInterval;
+    }
+    return std::chrono::milliseconds(ms);
+}
+
+std::string channel_prefix(uint32_t db) {
+    return "__keyspace@" + std::to_string(db) + "__:";
+}
+
+RateLimit &drop_reports() {
+    static RateLimit *const limit = new RateLimit(std::chrono::seconds(10));
+    return *limit;
+}
+
+void report_dropped(std::string_view key) {
+    report_limited(drop_reports(), "not delivered: a key of %zu bytes%s", key.size(),
+                   key.find('\0') != std::string_view::npos ? " with a NUL byte" : "");
+}
+
+// One pmessage: [pmessage, pattern, channel, event]. The row is found by the
+// exact pattern the server names, which carries the database; every row with
+// that pattern gets the notification.
+void deliver(const Session &s, const redisReply *message) {
+    if (message->elements != 4) {
+        return;
+    }
+    for (size_t i = 1; i < 4; ++i) {
+        if (message->element[i]->type != REDIS_REPLY_STRING) {
+            return;
+        }
+    }
+    const std::string_view pattern = reply_text(message->element[1]);
+    const std::string_view channel = reply_text(message->element[2]);
+    const std::string_view event = reply_text(message->element[3]);
+    bool checked = false;
+    std::string_view key;
+    int32_t code = kNotDelivered;
+    const size_t rows = std::min(s.channel_patterns.size(), static_cast<size_t>(s.rows));
+    for (size_t row = 0; row < rows; ++row) {
+        if (s.channel_patterns[row] != pattern) {
+            continue;
+        }
+        const tukredis_sub_row &entry = s.table[row];
+        if (!checked) {
+            checked = true;
+            const std::string prefix = channel_prefix(entry.db);
+            if (!channel.starts_with(prefix)) {
+                return;
+            }
+            key = channel.substr(prefix.size());
+            code = event_code(event, key);
+            if (code == kNotDelivered) {
+                return;
+            }
+            if (!deliverable_key(key)) {
+                count(stats().dropped);
+                report_dropped(key);
+                return;
+            }
+        }
+        LazyReply reply(static_cast<int32_t>(entry.db), key);
+        tukredis_pmsg pmsg = make_pmsg(static_cast<int32_t>(entry.db), key, code, reply);
+        entry.handler(&pmsg);
+        count(stats().delivered);
+    }
+}
+
+void dispatch(const Session &s, const redisReply *reply) {
+    if (is_push(reply, "pmessage")) {
+        deliver(s, reply);
+    }
+    // Anything else is the answer to our PING (["pong", ""] in subscribed
+    // mode) or a confirmation: nothing to deliver.
+}
+
+int32_t psubscribe() {
+    Session &s = session();
+    if (s.table == nullptr) {
+        report("tukredis_db_psubscrible: no table registered by tukredis_init");
+        return -1;
+    }
+    if (!s.subscription) {
+        return -1;
+    }
+    s.subscribed = false;
+    s.early.clear();
+    s.channel_patterns.clear();
+    for (int32_t row = 0; row < s.rows; ++row) {
+        s.channel_patterns.push_back(channel_prefix(s.table[row].db) + s.table[row].pattern);
+    }
+    // Every pattern in one command: the server subscribes them all at once,
+    // so no event can fall between the subscriptions of two rows.
+    std::vector<std::string_view> argv{"PSUBSCRIBE"};
+    argv.insert(argv.end(), s.channel_patterns.begin(), s.channel_patterns.end());
+    const std::string command = format_command(argv);
+    redisContext *context = s.subscription.get();
+    redisAppendFormattedCommand(context, command.data(), command.size());
+    const Deadline deadline(kDefaultCommandTimeout);
+    std::string why;
+    if (!flush_output(context, deadline, why)) {
+        lose_subscription("subscribing: " + why);
+        return -1;
+    }
+    // The server confirms each pattern, duplicates included.
+    for (size_t confirmed = 0; confirmed < s.channel_patterns.size();) {
+        ReplyPtr reply = read_reply(context, deadline, why);
+        if (!reply) {
+            lose_subscription("subscribing: " + why);
+            return -1;
+        }
+        if (reply->type == REDIS_REPLY_ERROR) {
+            lose_subscription("subscription refused: " + std::string(reply_text(reply.get())));
+            return -1;
+        }
+        if (is_push(reply.get(), "psubscribe")) {
+            ++confirmed;
+        } else if (is_push(reply.get(), "pmessage")) {
+            s.early.push_back(std::move(reply));
+        }
+    }
+    s.subscribed = true;
+    const unsigned code = s.subscribed_before ? 1U : 0U;
+    s.subscribed_before = true;
+    // The handlers the callback runs use the command connection; events
+    // meanwhile wait on this one and are delivered by tukredis_pubsub.
+    if (s.resync != nullptr) {
+        s.resync(code);
+    }
+    return 0;
+}
+
+int32_t serve() {
+    Session &s = session();
+    if (!s.subscription || !s.subscribed) {
+        return -1;
+    }
+    redisContext *context = s.subscription.get();
+    const std::chrono::milliseconds interval = ping_interval();
+    Clock::time_point quiet_since = Clock::now();
+    Clock::time_point ping_sent_at{};
+    bool ping_sent = false;
+    bool output_pending = false;
+    for (;;) {
+        while (!s.early.empty()) {
+            const ReplyPtr reply = std::move(s.early.front());
+            s.early.pop_front();
+            dispatch(s, reply.get());
+        }
+        // Everything already read is delivered before waiting again.
+        for (;;) {
+            void *raw = nullptr;
+            if (redisGetReplyFromReader(context, &raw) != REDIS_OK) {
+                lose_subscription(context_error(context));
+                return -1;
+            }
+            if (raw == nullptr) {
+                break;
+            }
+            const ReplyPtr reply(static_cast<redisReply *>(raw));
+            dispatch(s, reply.get());
+        }
+
+        const Clock::time_point due = ping_sent ? ping_sent_at + interval : quiet_since + interval;
+        const Clock::time_point now = Clock::now();
+        if (now >= due) {
+            if (ping_sent) {
+                lose_subscription("no answer to a ping within " + std::to_string(interval.count()) +
+                                  " ms");
+                return -1;
+            }
+            const std::string ping = format_command({"PING"});
+            redisAppendFormattedCommand(context, ping.data(), ping.size());
+            int done = 0;
+            if (redisBufferWrite(context, &done) != REDIS_OK) {
+                lose_subscription(context_error(context));
+                return -1;
+            }
+            output_pending = done == 0;
+            ping_sent = true;
+            ping_sent_at = now;
+            continue;
+        }
+
+        const auto wait = std::chrono::ceil<std::chrono::milliseconds>(due - now).count();
+        pollfd watched{context->fd, static_cast<short>(POLLIN | (output_pending ? POLLOUT : 0)), 0};
+        const int ready = poll(&watched, 1, static_cast<int>(wait));
+        if (ready < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            lose_subscription(std::string("poll: ") + std::strerror(errno));
+            return -1;
+        }
+        if (ready == 0) {
+            continue;
+        }
+        if ((watched.revents & POLLNVAL) != 0) {
+            lose_subscription("socket closed");
+            return -1;
+        }
+        if (output_pending && (watched.revents & POLLOUT) != 0) {
+            int done = 0;
+            if (redisBufferWrite(context, &done) != REDIS_OK) {
+                lose_subscription(context_error(context));
+                return -1;
+            }
+            output_pending = done == 0;
+        }
+        if ((watched.revents & (POLLIN | POLLHUP | POLLERR)) != 0) {
+            // End of file (server stopped, CLIENT KILL) and read errors end
+            // the session here.
+            if (redisBufferRead(context) != REDIS_OK) {
+                lose_subscription(context_error(context));
+                return -1;
+            }
+            quiet_since = Clock::now();
+            ping_sent = false;
+        }
+    }
+}
+
+} // namespace
+} // namespace tukredis
+
+using namespace tukredis;
+
+int32_t tukredis_db_psubscrible(void) {
+    return c_entry<int32_t>(-1, [] { return psubscribe(); });
+}
+
+int32_t tukredis_pubsub(void) {
+    return c_entry<int32_t>(-1, [] { return serve(); });
+}

@@ -1,0 +1,42 @@
+// The reply object handed to handlers as tukredis_pmsg.reply.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "api.h"
+
+namespace tukredis {
+
+// Names a key and fetches its value only when a reader first asks, then keeps
+// it: most notifications are handled from the key alone, and those must not
+// cost a round trip to the server.
+class LazyReply {
+  public:
+    LazyReply(int32_t db, std::string_view key) : db_(db), key_(key) {}
+
+    // Fetches the value unless already fetched. False when it cannot be
+    // fetched (connection, wrong type); a later read tries again.
+    bool fetch();
+
+    bool present() const noexcept { return present_; }
+    // The value's bytes, zero-terminated after size().
+    std::string &value() noexcept { return value_; }
+
+  private:
+    int32_t db_;
+    std::string key_;
+    bool fetched_ = false;
+    bool present_ = false;
+    std::string value_;
+};
+
+// Whether key can be delivered in a tukredis_pmsg: it must fit with its
+// terminator, and a NUL inside would cut it short for the handler.
+bool deliverable_key(std::string_view key) noexcept;
+
+// A notification record for a deliverable key.
+tukredis_pmsg make_pmsg(int32_t db, std::string_view key, int32_t cmd, LazyReply &reply) noexcept;
+
+} // namespace tukredis

@@ -1,0 +1,152 @@
+// The pattern operations: SCAN walks the keyspace a batch at a time, so the
+// server never blocks on a large table and the command connection is free
+// for the other thread between batches.
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+#include "api_guard.h"
+#include "command.h"
+#include "log.h"
+#include "reply.h"
+
+namespace tukredis {
+namespace {
+
+// Used when the caller passes no positive count: SCAN refuses COUNT 0.
+constexpr int32_t kDefaultScanCount = 100;
+
+// Deletes the key only while it still carries a time-to-live. A SET after the
+// expiry was given clears the TTL, and running check and delete as one script
+// keeps such a key even against a SET racing with this call.
+constexpr std::string_view kDeleteIfExpiring =
+    "if redis.call('PTTL', KEYS[1]) >= 0 then return redis.call('DEL', KEYS[1]) end return 0";
+
+// Walks the keys matching pattern in db, one batch per call of visit, with
+// the command mutex released in between.
+template <typename Visit>
+bool for_each_batch(int32_t db, const char *pattern, int32_t count, const char *operation,
+                    Visit &&visit) {
+    const std::string batch_size = std::to_string(count > 0 ? count : kDefaultScanCount);
+    std::string cursor = "0";
+    std::vector<std::string> keys;
+    do {
+        std::string why;
+        const ReplyPtr reply =
+            run_one(db, format_command({"SCAN", cursor, "MATCH", pattern, "COUNT", batch_size}),
+                    kDefaultCommandTimeout, why);
+        if (!reply || reply->type != REDIS_REPLY_ARRAY || reply->elements != 2 ||
+            reply->element[0]->type != REDIS_REPLY_STRING ||
+            reply->element[1]->type != REDIS_REPLY_ARRAY) {
+            if (reply) {
+                why = reply_text(reply.get());
+            }
+            report("%s \"%s\" in database %d: %s", operation, pattern, static_cast<int>(db),
+                   why.empty() ? "unexpected reply to SCAN" : why.c_str());
+            return false;
+        }
+        cursor.assign(reply_text(reply->element[0]));
+        keys.clear();
+        const redisReply *batch = reply->element[1];
+        for (size_t i = 0; i < batch->elements; ++i) {
+            if (batch->element[i]->type == REDIS_REPLY_STRING) {
+                keys.emplace_back(reply_text(batch->element[i]));
+            }
+        }
+        if (!keys.empty() && !visit(keys)) {
+            return false;
+        }
+    } while (cursor != "0");
+    return true;
+}
+
+// Runs one command per key of a batch as a single pipeline.
+template <typename Format>
+bool per_key_pipeline(int32_t db, const std::vector<std::string> &keys, const char *operation,
+                      bool &refused, Format &&format) {
+    std::vector<std::string> commands;
+    commands.reserve(keys.size());
+    for (const std::string &key : keys) {
+        commands.push_back(format(key));
+    }
+    std::vector<ReplyPtr> replies;
+    std::string why;
+    if (!command_connection().run(db, commands, replies, kDefaultCommandTimeout, why)) {
+        report("%s in database %d: %s", operation, static_cast<int>(db), why.c_str());
+        return false;
+    }
+    for (const ReplyPtr &reply : replies) {
+        if (reply->type == REDIS_REPLY_ERROR) {
+            refused = true;
+        }
+    }
+    return true;
+}
+
+int32_t scan(int32_t db, const char *pattern, int32_t count, tukredis_handler handler) {
+    if (pattern == nullptr || handler == nullptr) {
+        return -1;
+    }
+    // SCAN may return a key more than once; the handler sees it once.
+    std::unordered_set<std::string> seen;
+    const bool ok = for_each_batch(db, pattern, count, "scan", [&](const auto &keys) {
+        for (const std::string &key : keys) {
+            if (!deliverable_key(key) || !seen.insert(key).second) {
+                continue;
+            }
+            LazyReply reply(db, key);
+            tukredis_pmsg pmsg = make_pmsg(db, key, TUKREDIS_CMD_SET, reply);
+            // A handler's failure concerns its key only.
+            (void)handler(&pmsg);
+        }
+        return true;
+    });
+    return ok ? 0 : -1;
+}
+
+int32_t pexpire(int32_t db, const char *pattern, int32_t ms, int32_t count) {
+    if (pattern == nullptr) {
+        return -1;
+    }
+    const std::string lifetime = std::to_string(ms);
+    bool refused = false;
+    const bool ok = for_each_batch(db, pattern, count, "pexpire", [&](const auto &keys) {
+        return per_key_pipeline(db, keys, "pexpire", refused, [&](const std::string &key) {
+            return format_command({"PEXPIRE", key, lifetime});
+        });
+    });
+    return ok && !refused ? 0 : -1;
+}
+
+int32_t del_expire(int32_t db, const char *pattern, int32_t count) {
+    if (pattern == nullptr) {
+        return -1;
+    }
+    bool refused = false;
+    const bool ok = for_each_batch(db, pattern, count, "del_expire", [&](const auto &keys) {
+        return per_key_pipeline(db, keys, "del_expire", refused, [&](const std::string &key) {
+            return format_command({"EVAL", kDeleteIfExpiring, "1", key});
+        });
+    });
+    return ok && !refused ? 0 : -1;
+}
+
+} // namespace
+} // namespace tukredis
+
+using namespace tukredis;
+
+int32_t tukredis_scan_key_pattern(int32_t db, const char *pattern, int32_t count,
+                                  tukredis_handler handler, int32_t limit, int32_t flags) {
+    (void)limit;
+    (void)flags;
+    return c_entry<int32_t>(-1, [&] { return scan(db, pattern, count, handler); });
+}
+
+int32_t tukredis_pexpire_key_pattern(int32_t db, const char *pattern, int32_t ms, int32_t count) {
+    return c_entry<int32_t>(-1, [&] { return pexpire(db, pattern, ms, count); });
+}
+
+int32_t tukredis_del_expire_key_pattern(int32_t db, const char *pattern, int32_t count) {
+    return c_entry<int32_t>(-1, [&] { return del_expire(db, pattern, count); });
+}

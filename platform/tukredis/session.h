@@ -1,0 +1,67 @@
+// Process-wide state of the bus session: the registered table, the
+// subscription connection and the connect back-off. Used by the daemon's
+// main thread only (tukredis_init, _db_connect, _db_psubscrible, _pubsub).
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <string>
+#include <vector>
+
+#include "api.h"
+#include "io.h"
+
+namespace tukredis {
+
+// Pause between connection attempts: 50 ms, doubling up to 1 s.
+class Backoff {
+  public:
+    static constexpr std::chrono::milliseconds kFirst{50};
+    static constexpr std::chrono::milliseconds kLongest{1000};
+
+    std::chrono::milliseconds next() noexcept {
+        const auto pause = current_;
+        current_ = std::min(current_ * 2, kLongest);
+        return pause;
+    }
+    void reset() noexcept { current_ = kFirst; }
+
+  private:
+    std::chrono::milliseconds current_ = kFirst;
+};
+
+struct Session {
+    // The registration, kept by reference as the daemon's table is static.
+    const tukredis_sub_row *table = nullptr;
+    int32_t rows = 0;
+    tukredis_resync_cb resync = nullptr;
+
+    // The subscription connection; null once lost.
+    ContextPtr subscription;
+    bool subscribed = false;
+    // Per row, the channel pattern "__keyspace@<db>__:<pattern>" it was
+    // subscribed with; the server names it in every pmessage.
+    std::vector<std::string> channel_patterns;
+    // Messages that arrived ahead of the subscription's last confirmation.
+    std::deque<ReplyPtr> early;
+
+    // The re-synchronisation callback gets 0 only once per process.
+    bool subscribed_before = false;
+
+    Backoff backoff;
+    bool connected_before = false;
+    Clock::time_point last_connected{};
+};
+
+Session &session();
+
+// Frees the subscription connection.
+void close_subscription();
+
+// Reports why the subscription connection is gone and frees it.
+void lose_subscription(const std::string &why);
+
+void session_reset();
+
+} // namespace tukredis
