@@ -1,0 +1,30 @@
+// Capturing what a library writes on a file descriptor.
+#pragma once
+
+#include <string>
+#include <unistd.h>
+
+namespace testsupport {
+
+// Redirects a file descriptor (stderr by default) into an unlinked temporary
+// file until stop() or destruction, so that a test can read what was written
+// there. A file rather than a pipe: a pipe would block the writer once full.
+class FdCapture {
+  public:
+    explicit FdCapture(int fd = STDERR_FILENO);
+    ~FdCapture();
+    FdCapture(const FdCapture &) = delete;
+    FdCapture &operator=(const FdCapture &) = delete;
+
+    // Everything written so far (stdio buffers are flushed first).
+    std::string text() const;
+    // Restores the descriptor; text() still works afterwards.
+    void stop();
+
+  private:
+    int fd_;
+    int saved_ = -1;
+    int file_ = -1;
+};
+
+} // namespace testsupport

@@ -1,0 +1,166 @@
+#include "testsupport/redis_client.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace testsupport {
+namespace {
+
+std::string text_of(const redisReply *reply) {
+    return reply->str != nullptr ? std::string(reply->str, reply->len) : std::string();
+}
+
+} // namespace
+
+RedisClient::RedisClient(std::string socket_path, std::chrono::milliseconds timeout)
+    : socket_path_(std::move(socket_path)), timeout_(timeout) {}
+
+RedisClient::~RedisClient() {
+    if (context_ != nullptr) {
+        redisFree(context_);
+    }
+}
+
+redisContext *RedisClient::connection() {
+    if (context_ != nullptr) {
+        return context_;
+    }
+    const timeval timeout{static_cast<time_t>(timeout_.count() / 1000),
+                          static_cast<suseconds_t>((timeout_.count() % 1000) * 1000)};
+    redisContext *context = redisConnectUnixWithTimeout(socket_path_.c_str(), timeout);
+    if (context == nullptr) {
+        throw std::runtime_error("redis client: out of memory");
+    }
+    if (context->err != 0 || redisSetTimeout(context, timeout) != REDIS_OK) {
+        const std::string why = context->errstr;
+        redisFree(context);
+        throw std::runtime_error("redis client: cannot connect to " + socket_path_ + ": " + why);
+    }
+    context_ = context;
+    selected_db_ = 0;
+    return context_;
+}
+
+Reply RedisClient::run(const std::vector<std::string> &argv) {
+    redisContext *context = connection();
+    std::vector<const char *> args;
+    std::vector<size_t> lengths;
+    for (const std::string &arg : argv) {
+        args.push_back(arg.data());
+        lengths.push_back(arg.size());
+    }
+    auto *reply = static_cast<redisReply *>(
+        redisCommandArgv(context, static_cast<int>(args.size()), args.data(), lengths.data()));
+    if (reply == nullptr) {
+        // A context that failed is not reused; the next call reconnects.
+        const std::string why = context->errstr;
+        redisFree(context);
+        context_ = nullptr;
+        throw std::runtime_error("redis client: " + (argv.empty() ? "" : argv[0]) + ": " + why);
+    }
+    return Reply(reply);
+}
+
+void RedisClient::select(int db) {
+    connection();
+    if (db == selected_db_) {
+        return;
+    }
+    Reply reply = run({"SELECT", std::to_string(db)});
+    if (reply->type == REDIS_REPLY_ERROR) {
+        throw std::runtime_error("redis client: SELECT " + std::to_string(db) + ": " +
+                                 text_of(reply.get()));
+    }
+    selected_db_ = db;
+}
+
+Reply RedisClient::command(int db, const std::vector<std::string> &argv) {
+    select(db);
+    return run(argv);
+}
+
+Reply RedisClient::command(const std::vector<std::string> &argv) {
+    return run(argv);
+}
+
+Reply RedisClient::checked(int db, const std::vector<std::string> &argv) {
+    Reply reply = command(db, argv);
+    if (reply->type == REDIS_REPLY_ERROR) {
+        throw std::runtime_error("redis client: " + argv.front() + ": " + text_of(reply.get()));
+    }
+    return reply;
+}
+
+void RedisClient::set(int db, const std::string &key, const std::string &value) {
+    checked(db, {"SET", key, value});
+}
+
+std::optional<std::string> RedisClient::get(int db, const std::string &key) {
+    const Reply reply = checked(db, {"GET", key});
+    if (reply->type == REDIS_REPLY_NIL) {
+        return std::nullopt;
+    }
+    return text_of(reply.get());
+}
+
+bool RedisClient::del(int db, const std::string &key) {
+    return checked(db, {"DEL", key})->integer > 0;
+}
+
+bool RedisClient::exists(int db, const std::string &key) {
+    return checked(db, {"EXISTS", key})->integer > 0;
+}
+
+std::vector<std::string> RedisClient::keys(int db, const std::string &pattern) {
+    const Reply reply = checked(db, {"KEYS", pattern});
+    std::vector<std::string> found;
+    for (size_t i = 0; i < reply->elements; ++i) {
+        found.push_back(text_of(reply->element[i]));
+    }
+    std::sort(found.begin(), found.end());
+    return found;
+}
+
+long long RedisClient::pttl(int db, const std::string &key) {
+    return checked(db, {"PTTL", key})->integer;
+}
+
+bool RedisClient::pexpire(int db, const std::string &key, long long ms) {
+    return checked(db, {"PEXPIRE", key, std::to_string(ms)})->integer == 1;
+}
+
+void RedisClient::flushall() {
+    checked(selected_db_, {"FLUSHALL"});
+}
+
+std::string RedisClient::config_get(const std::string &parameter) {
+    const Reply reply = checked(selected_db_, {"CONFIG", "GET", parameter});
+    if (reply->type != REDIS_REPLY_ARRAY || reply->elements != 2) {
+        throw std::runtime_error("redis client: no configuration parameter " + parameter);
+    }
+    return text_of(reply->element[1]);
+}
+
+void RedisClient::config_set(const std::string &parameter, const std::string &value) {
+    checked(selected_db_, {"CONFIG", "SET", parameter, value});
+}
+
+long long RedisClient::client_kill_pubsub() {
+    return checked(selected_db_, {"CLIENT", "KILL", "TYPE", "pubsub"})->integer;
+}
+
+std::string RedisClient::info(const std::string &section) {
+    return text_of(checked(selected_db_, {"INFO", section}).get());
+}
+
+long long RedisClient::command_calls(const std::string &command) {
+    const std::string stats = info("commandstats");
+    const std::string label = "cmdstat_" + command + ":calls=";
+    const size_t at = stats.find(label);
+    if (at == std::string::npos) {
+        return 0;
+    }
+    return std::stoll(stats.substr(at + label.size()));
+}
+
+} // namespace testsupport
