@@ -50,32 +50,6 @@ long trace_sink_calls() {
     return g_calls;
 }
 
-trace_line parse_trace_line(const std::string &raw) {
-    trace_line t;
-    if (raw.size() < 2 || raw.compare(raw.size() - 2, 2, "\r\n") != 0 || raw[0] != '<') {
-        return t;
-    }
-    const std::size_t colon = raw.find(": ");
-    const std::size_t close = raw.find(">[", colon == std::string::npos ? 0 : colon);
-    const std::size_t pid_end = raw.find("](", close == std::string::npos ? 0 : close);
-    const std::size_t level_end = raw.find(')', pid_end == std::string::npos ? 0 : pid_end);
-    if (colon == std::string::npos || close == std::string::npos || pid_end == std::string::npos ||
-        level_end == std::string::npos) {
-        return t;
-    }
-    try {
-        t.func = raw.substr(1, colon - 1);
-        t.line = std::stoi(raw.substr(colon + 2, close - colon - 2));
-        t.pid = std::stoi(raw.substr(close + 2, pid_end - close - 2));
-        t.level = std::stoi(raw.substr(pid_end + 2, level_end - pid_end - 2));
-    } catch (...) {
-        return t;
-    }
-    t.text = raw.substr(level_end + 1, raw.size() - level_end - 3);
-    t.well_formed = t.line > 0;
-    return t;
-}
-
 std::vector<trace_line> trace() {
     std::vector<trace_line> out;
     for (const std::string &raw : raw_trace()) {

@@ -5,16 +5,11 @@
 #include <string>
 #include <vector>
 
+#include "trace_line.h"
+
 namespace fake {
 
-struct trace_line {
-    std::string func;
-    int line = 0;
-    int pid = 0;
-    int level = 0;
-    std::string text;
-    bool well_formed = false;
-};
+using testcommon::trace_line;
 
 // What a test expects of a line: the function, the level and the text.
 struct expected_line {
@@ -33,6 +28,8 @@ std::vector<expected_line> trace_lines_elsewhere(); // only lines of other threa
 long trace_sink_calls();
 void clear_trace();
 
-trace_line parse_trace_line(const std::string &raw);
+inline trace_line parse_trace_line(const std::string &raw) {
+    return testcommon::parse_trace_line(raw);
+}
 
 } // namespace fake
