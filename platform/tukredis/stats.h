@@ -1,5 +1,6 @@
 // Counters behind tukredis_host_get_stats. Relaxed atomics: they are read by
-// tests after the fact, never used to order anything.
+// tests after the fact, never used to order anything. 32 bits, the widest
+// a 32-bit MIPS updates atomically without libatomic; they wrap.
 #pragma once
 
 #include <atomic>
@@ -8,15 +9,15 @@
 namespace tukredis {
 
 struct Stats {
-    std::atomic<uint64_t> delivered{0};
-    std::atomic<uint64_t> dropped{0};
-    std::atomic<uint64_t> connect_attempts{0};
-    std::atomic<uint64_t> reconnections{0};
+    std::atomic<uint32_t> delivered{0};
+    std::atomic<uint32_t> dropped{0};
+    std::atomic<uint32_t> connect_attempts{0};
+    std::atomic<uint32_t> reconnections{0};
 };
 
 Stats &stats() noexcept;
 
-inline void count(std::atomic<uint64_t> &counter) noexcept {
+inline void count(std::atomic<uint32_t> &counter) noexcept {
     counter.fetch_add(1, std::memory_order_relaxed);
 }
 

@@ -13,10 +13,10 @@ extern "C" {
 #endif
 
 typedef struct tukredis_host_stats {
-    uint64_t delivered;        /* notifications handed to a handler */
-    uint64_t dropped;          /* notifications not delivered: key too long or with a NUL byte */
-    uint64_t connect_attempts; /* connection attempts made by tukredis_db_connect */
-    uint64_t reconnections;    /* successful tukredis_db_connect calls after the first */
+    uint32_t delivered;        /* notifications handed to a handler */
+    uint32_t dropped;          /* notifications not delivered: key too long or with a NUL byte */
+    uint32_t connect_attempts; /* connection attempts made by tukredis_db_connect */
+    uint32_t reconnections;    /* successful tukredis_db_connect calls after the first */
 } tukredis_host_stats;
 
 /* Write-log entries opened and not completed, among the 64 the ring keeps. */
