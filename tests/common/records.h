@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <string>
 
-namespace fake {
+namespace testcommon {
 
 using mac6 = std::array<uint8_t, 6>;
 
@@ -82,4 +82,4 @@ inline std::string be32_bytes(uint32_t v) {
     return out;
 }
 
-} // namespace fake
+} // namespace testcommon

@@ -13,8 +13,12 @@
 #include "fake_platform.h"
 #include "fake_posix.h"
 #include "fake_trace.h"
+#include "records.h"
 
 namespace fake {
+
+// The hand-written record encoders are part of every unit test's toolbox.
+using namespace testcommon;
 
 // Bytes as text when printable, hex otherwise.
 std::string printable(const std::string &bytes);

@@ -28,8 +28,6 @@ std::vector<expected_line> trace_lines_elsewhere(); // only lines of other threa
 long trace_sink_calls();
 void clear_trace();
 
-inline trace_line parse_trace_line(const std::string &raw) {
-    return testcommon::parse_trace_line(raw);
-}
+using testcommon::parse_trace_line;
 
 } // namespace fake

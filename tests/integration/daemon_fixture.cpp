@@ -11,7 +11,7 @@ namespace integration {
 
 namespace {
 
-std::vector<std::string> split(const std::string &text, char sep) {
+std::vector<std::string> split_path(const std::string &text, char sep) {
     std::vector<std::string> out;
     std::stringstream in(text);
     std::string item;
@@ -30,7 +30,7 @@ std::string env_or(const char *name, const std::string &fallback) {
 
 void make_dirs(const std::string &path) {
     std::string partial;
-    for (const std::string &part : split(path, '/')) {
+    for (const std::string &part : split_path(path, '/')) {
         partial += "/" + part;
         mkdir(partial.c_str(), 0755);
     }
@@ -38,12 +38,31 @@ void make_dirs(const std::string &path) {
 
 } // namespace
 
+// The value of a cache entry of a build tree ("NAME:TYPE=value").
+std::string cache_value(const std::string &tree, const std::string &name) {
+    std::ifstream in(tree + "/CMakeCache.txt");
+    std::string line;
+    while (std::getline(in, line)) {
+        if (line.rfind(name + ":", 0) == 0) {
+            const std::size_t eq = line.find('=');
+            return eq == std::string::npos ? std::string() : line.substr(eq + 1);
+        }
+    }
+    return {};
+}
+
 const daemon_config &daemon_config::get() {
     static const daemon_config config = [] {
         daemon_config c;
-        c.daemon = env_or("DOV_VVLAN_DAEMON", DOV_VVLAN_TEST_DAEMON);
-        c.emulator = split(env_or("DOV_VVLAN_EMULATOR", ""), ';');
-        c.sysroot = env_or("DOV_VVLAN_TEST_SYSROOT", DOV_VVLAN_SYSROOT);
+        const std::string target = env_or("DOV_VVLAN_TARGET_BUILD_DIR", "");
+        if (target.empty()) {
+            c.daemon = DOV_VVLAN_TEST_DAEMON;
+            c.sysroot = DOV_VVLAN_SYSROOT;
+        } else {
+            c.daemon = target + "/dov_vvlan";
+            c.emulator = {DOV_VVLAN_QEMU, "-L", DOV_VVLAN_TARGET_LIBC};
+            c.sysroot = cache_value(target, "DOV_VVLAN_SYSROOT");
+        }
         return c;
     }();
     return config;
@@ -110,10 +129,11 @@ void DaemonTest::TearDown() {
 }
 
 std::unique_ptr<daemon_process> DaemonTest::make_daemon(std::map<std::string, std::string> env,
-                                                        const std::string &stderr_name) {
+                                                        const std::string &stderr_name,
+                                                        const std::vector<std::string> *prefix) {
     daemon_options options;
     options.binary = daemon_config::get().daemon;
-    options.emulator = daemon_config::get().emulator;
+    options.emulator = prefix != nullptr ? *prefix : daemon_config::get().emulator;
     options.env = std::move(env);
     options.env.emplace("TUKREDIS_SOCKET", server_->socket_path());
     options.stderr_path = server_->dir() + "/" + stderr_name;
@@ -132,6 +152,17 @@ void DaemonTest::start_daemon(bool traces, std::map<std::string, std::string> en
     } else {
         barrier();
     }
+}
+
+void DaemonTest::start_daemon_under(std::vector<std::string> prefix,
+                                    std::chrono::milliseconds startup) {
+    daemon_ = make_daemon({}, "daemon.err", &prefix);
+    daemon_->start();
+    // The first marker copy shows it subscribed and re-synchronised.
+    cfg_set("/bridge/vvlan/data/end", "1");
+    ASSERT_TRUE(
+        testsupport::eventually([&] { return db0("/bridge/vvlan/data/end") == "1"; }, startup))
+        << daemon_->stderr_text();
 }
 
 int DaemonTest::run_to_exit(bool traces, std::map<std::string, std::string> env,
@@ -154,6 +185,9 @@ void DaemonTest::barrier() {
     ASSERT_TRUE(testsupport::eventually([&] { return db0("/bridge/vvlan/data/end") == value; },
                                         patience(10s)))
         << "the daemon did not copy the load-complete marker " << value;
+    if (daemon_) {
+        ASSERT_TRUE(daemon_->drain(patience(5s))) << "the daemon's output was not collected";
+    }
 }
 
 std::vector<testcommon::trace_line> DaemonTest::traces() const {

@@ -22,9 +22,9 @@ namespace integration {
 
 using namespace std::chrono_literals;
 
-// Which daemon to run: DOV_VVLAN_DAEMON, DOV_VVLAN_EMULATOR (a ';' list) and
-// DOV_VVLAN_TEST_SYSROOT (the prefix the daemon was built with) from the
-// environment, else this build's own daemon.
+// Which daemon to run: this build's own, or, when DOV_VVLAN_TARGET_BUILD_DIR
+// names a target build tree, that tree's daemon under qemu-mips, with the
+// file prefix that tree was configured with.
 struct daemon_config {
     std::string daemon;
     std::vector<std::string> emulator;
@@ -49,16 +49,22 @@ class DaemonTest : public ::testing::Test {
     // configuration: with traces on, until "check_db_validate end"; without,
     // until a load-complete marker has come back.
     void start_daemon(bool traces = true, std::map<std::string, std::string> env = {});
+    // The same with the daemon run by another program (valgrind, say), which
+    // may take longer to get going.
+    void start_daemon_under(std::vector<std::string> prefix, std::chrono::milliseconds startup);
     // Starts a daemon that is expected to exit; gives its status.
     int run_to_exit(bool traces, std::map<std::string, std::string> env,
                     std::unique_ptr<daemon_process> *out = nullptr);
     daemon_process &daemon() { return *daemon_; }
     std::unique_ptr<daemon_process> make_daemon(std::map<std::string, std::string> env,
-                                                const std::string &stderr_name);
+                                                const std::string &stderr_name,
+                                                const std::vector<std::string> *prefix = nullptr);
 
     // Notifications are handled in order: once a fresh load-complete marker
     // has been copied to database 0, everything written before it has been
-    // handled.
+    // handled, and every line the main thread printed for it has been
+    // collected. (Lines of the aging thread keep their own pace: wait for
+    // them with saw_line.)
     void barrier();
 
     testsupport::RedisClient &redis() { return *client_; }
@@ -76,6 +82,10 @@ class DaemonTest : public ::testing::Test {
     bool has_line(const std::string &func, int level, const std::string &text) const;
     bool wait_line(const std::string &func, int level, const std::string &text,
                    std::chrono::milliseconds deadline);
+    // A line that has been, or is about to be, printed.
+    bool saw_line(const std::string &func, int level, const std::string &text) {
+        return wait_line(func, level, text, patience(5s));
+    }
 
     std::unique_ptr<testsupport::RedisServer> server_;
     std::unique_ptr<testsupport::RedisClient> client_;

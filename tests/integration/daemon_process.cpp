@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <pty.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
@@ -106,9 +107,11 @@ void daemon_process::read_loop() {
             return;
         }
         if ((fds[0].revents & POLLIN) != 0) {
+            // Read and append under the lock, so that drain() never sees the
+            // terminal empty while bytes are on their way into output_.
+            const std::lock_guard<std::mutex> lock(mutex_);
             const ssize_t n = read(master_, buf, sizeof buf);
             if (n > 0) {
-                const std::lock_guard<std::mutex> lock(mutex_);
                 output_.append(buf, static_cast<std::size_t>(n));
                 continue;
             }
@@ -160,6 +163,13 @@ void daemon_process::kill_now() {
     }
 }
 
+int daemon_process::terminate(std::chrono::milliseconds deadline) {
+    if (running()) {
+        ::kill(pid_, SIGTERM);
+    }
+    return wait_exit(deadline);
+}
+
 std::string daemon_process::output() const {
     const std::lock_guard<std::mutex> lock(mutex_);
     return output_;
@@ -195,6 +205,23 @@ bool daemon_process::wait_output(const std::string &needle,
             return false;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+}
+
+bool daemon_process::drain(std::chrono::milliseconds deadline) const {
+    const auto until = std::chrono::steady_clock::now() + deadline;
+    for (;;) {
+        {
+            const std::lock_guard<std::mutex> lock(mutex_);
+            int pending = 0;
+            if (master_ < 0 || ioctl(master_, FIONREAD, &pending) != 0 || pending == 0) {
+                return true;
+            }
+        }
+        if (std::chrono::steady_clock::now() >= until) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
 }
 

@@ -37,6 +37,8 @@ class daemon_process {
     // process is still running at the deadline.
     int wait_exit(std::chrono::milliseconds deadline);
     void kill_now();
+    // SIGTERM, then the exit status as wait_exit gives it.
+    int terminate(std::chrono::milliseconds deadline);
 
     // Everything it has printed so far on standard output.
     std::string output() const;
@@ -45,6 +47,9 @@ class daemon_process {
     std::string stderr_text() const;
     // Polls until output() contains needle.
     bool wait_output(const std::string &needle, std::chrono::milliseconds deadline) const;
+    // Returns once everything the daemon has written to its terminal so far
+    // has been collected into output().
+    bool drain(std::chrono::milliseconds deadline) const;
     // Bytes of output seen so far: a mark to look for lines after an action.
     std::size_t mark() const;
     std::string output_since(std::size_t mark) const;

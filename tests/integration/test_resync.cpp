@@ -20,9 +20,9 @@ TEST_F(ResyncTest, MarkerIsCopiedToDatabase0) {
     start_daemon();
     cfg_set("/bridge/vvlan/data/end", "17");
     ASSERT_EVENTUALLY(patience(5s), db0("/bridge/vvlan/data/end") == "17");
-    EXPECT_TRUE(has_line("get_data_end_pmsg_f", 1, "pmsg db=1 key=/bridge/vvlan/data/end cmd=0"));
-    EXPECT_TRUE(has_line("set_data_end_redis", 1, "key=/bridge/vvlan/data/end"));
-    EXPECT_TRUE(has_line("get_data_end_pmsg_f", 1, "dov_vvlan_set_data_end_pmsg_f end"));
+    EXPECT_TRUE(saw_line("get_data_end_pmsg_f", 1, "pmsg db=1 key=/bridge/vvlan/data/end cmd=0"));
+    EXPECT_TRUE(saw_line("set_data_end_redis", 1, "key=/bridge/vvlan/data/end"));
+    EXPECT_TRUE(saw_line("get_data_end_pmsg_f", 1, "dov_vvlan_set_data_end_pmsg_f end"));
 }
 
 TEST_F(ResyncTest, MarkerDeleteIsRefusedAndTheCopyStays) {

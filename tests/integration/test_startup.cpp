@@ -1,5 +1,7 @@
 // Start-up of the real daemon: single instance, pid file, exit codes, the
 // health agent and the device manager.
+#include <limits.h>
+#include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -41,6 +43,35 @@ int count(const std::string &text, const std::string &needle) {
 }
 
 class StartupTest : public DaemonTest {};
+
+std::string resolved(const std::string &path) {
+    char buf[PATH_MAX];
+    return realpath(path.c_str(), buf) != nullptr ? buf : path;
+}
+
+// The process under test is the configured daemon: the PC binary itself, or
+// the target binary run by the emulator.
+TEST_F(StartupTest, RunsTheConfiguredDaemon) {
+    start_daemon();
+    const std::string proc = "/proc/" + std::to_string(daemon().pid());
+    const std::string exe = resolved(proc + "/exe");
+    const daemon_config &config = daemon_config::get();
+    if (config.emulator.empty()) {
+        EXPECT_EQ(exe, resolved(config.daemon));
+    } else {
+        EXPECT_EQ(exe, resolved(config.emulator[0]));
+        std::string cmdline = read_file(proc + "/cmdline");
+        EXPECT_NE(cmdline.find(config.daemon), std::string::npos) << cmdline;
+        // A MIPS ELF: 32-bit ("\x01"), big-endian ("\x02"), machine 8.
+        const std::string elf = read_file(config.daemon).substr(0, 20);
+        ASSERT_EQ(elf.size(), 20u);
+        EXPECT_EQ(elf.substr(0, 6), std::string("\x7f"
+                                                "ELF\x01\x02",
+                                                6));
+        EXPECT_EQ(elf[18], '\0');
+        EXPECT_EQ(elf[19], '\x08');
+    }
+}
 
 TEST_F(StartupTest, PidFileHoldsThePidsDigitsOnly) {
     start_daemon();

@@ -43,8 +43,8 @@ TEST_F(TraceOutputTest, MarkerFileShowsEverythingFromVvlanInitEndOn) {
         EXPECT_EQ(t.pid, daemon().pid());
         EXPECT_NE(t.text, "vvlan_init start");
     }
-    EXPECT_TRUE(has_line("check_db_validate", 1, "check_db_validate start"));
-    EXPECT_TRUE(has_line("check_db_validate", 1, "check_db_validate end"));
+    EXPECT_TRUE(saw_line("check_db_validate", 1, "check_db_validate start"));
+    EXPECT_TRUE(saw_line("check_db_validate", 1, "check_db_validate end"));
 }
 
 TEST_F(TraceOutputTest, WithoutMarkerAndKeyNothingIsPrinted) {

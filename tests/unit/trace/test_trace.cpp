@@ -51,7 +51,10 @@ INSTANTIATE_TEST_SUITE_P(Levels, TraceFilterTest,
                                            filter_case{3, true, true}, filter_case{32, true, true},
                                            filter_case{34, false, true},
                                            filter_case{48, false, false},
-                                           filter_case{0xFFFFFFFFu, true, true}));
+                                           filter_case{0xFFFFFFFFu, true, true}),
+                         [](const ::testing::TestParamInfo<filter_case> &info) {
+                             return "level_" + std::to_string(info.param.level);
+                         });
 
 TEST_F(TraceTest, LineIsFunctionLinePidLevelTextCrLf) {
     traced_function(42);
