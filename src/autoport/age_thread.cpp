@@ -1,6 +1,8 @@
 #include "autoport/age_thread.h"
 
 #include <pthread.h>
+
+#include <atomic>
 #include <unistd.h>
 
 #include "autoport/auto_port.h"
@@ -42,7 +44,12 @@ void *age_time_thread(void *) {
     int ignored = 0;
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &ignored);
     pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, &ignored);
-    const uint32_t seconds = static_cast<uint32_t>(g_vvlan_table.aging_minutes) * 60u;
+    // Read once, with an atomic load: the age_timer handler stores a new time
+    // before it stops this thread, so the two may meet.
+    const uint32_t seconds =
+        static_cast<uint32_t>(std::atomic_ref<uint16_t>(g_vvlan_table.aging_minutes)
+                                  .load(std::memory_order_relaxed)) *
+        60u;
     TRACE_INFO("aging_time=%u", seconds);
     for (;;) {
         age_sleep(AGE_CHECK_SECONDS);

@@ -1,5 +1,7 @@
 #include "settings/age_timer.h"
 
+#include <atomic>
+
 #include "bus/byte_order.h"
 #include "settings/timer_thread.h"
 #include "settings/vvlan_table.h"
@@ -37,7 +39,10 @@ int32_t get_age_timer_pmsg_f(tukredis_pmsg *pmsg) {
         TRACE_ERR("vvlan_timer is too short, len=%u", len);
         return -4;
     }
-    g_vvlan_table.aging_minutes = be16_get(reinterpret_cast<const uint8_t *>(bytes));
+    // A running aging thread may still be reading the old time as it starts:
+    // the store is atomic (a plain halfword store on the target).
+    std::atomic_ref<uint16_t>(g_vvlan_table.aging_minutes)
+        .store(be16_get(reinterpret_cast<const uint8_t *>(bytes)), std::memory_order_relaxed);
     TRACE_INFO("aging_minutes=%hu", static_cast<unsigned short>(g_vvlan_table.aging_minutes));
     if (g_vvlan_table.status == 0) {
         return 0; // used when the voice VLAN is next enabled

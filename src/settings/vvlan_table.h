@@ -8,7 +8,8 @@ struct vvlan_table {
     uint8_t status;         // 1 = voice VLAN enabled                      (main thread)
     uint8_t secu_mode_en;   // 1 = security mode configured on             (main thread)
     uint16_t aging_minutes; // 1440 from start-up; read by the aging
-                            // thread once, when it is created             (main thread)
+                            // thread once, when it starts: that read and
+                            // the handler's store are atomic_ref          (main thread)
     uint8_t is_running;     // 1 = aging thread created and not joined     (main thread)
     uint16_t oui_num;       // voice OUI records in use                    (main thread)
     uint16_t oui_idx;       // slot of the OUI record last deleted; also
