@@ -114,7 +114,24 @@ void DaemonTest::SetUp() {
     client_ = std::make_unique<testsupport::RedisClient>(server_->socket_path());
 }
 
+namespace {
+
+// A sanitizer build of the daemon reports on its standard error; ThreadSanitizer
+// goes on running, so the report is the only sign.
+void expect_no_sanitizer_report(const daemon_process &process) {
+    const std::string err = process.stderr_text();
+    for (const char *mark : {"ThreadSanitizer", "AddressSanitizer", "LeakSanitizer",
+                             "runtime error:"}) {
+        EXPECT_EQ(err.find(mark), std::string::npos) << err;
+    }
+}
+
+} // namespace
+
 void DaemonTest::TearDown() {
+    if (daemon_) {
+        expect_no_sanitizer_report(*daemon_);
+    }
     if (daemon_ && HasFailure()) {
         std::cerr << "---- daemon output ----\n"
                   << daemon_->output() << "---- daemon stderr ----\n"
@@ -173,6 +190,7 @@ int DaemonTest::run_to_exit(bool traces, std::map<std::string, std::string> env,
     auto process = make_daemon(std::move(env), "exit.err");
     process->start();
     const int status = process->wait_exit(patience(10s));
+    expect_no_sanitizer_report(*process);
     if (out != nullptr) {
         *out = std::move(process);
     }
