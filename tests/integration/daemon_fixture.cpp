@@ -120,8 +120,8 @@ namespace {
 // goes on running, so the report is the only sign.
 void expect_no_sanitizer_report(const daemon_process &process) {
     const std::string err = process.stderr_text();
-    for (const char *mark : {"ThreadSanitizer", "AddressSanitizer", "LeakSanitizer",
-                             "runtime error:"}) {
+    for (const char *mark :
+         {"ThreadSanitizer", "AddressSanitizer", "LeakSanitizer", "runtime error:"}) {
         EXPECT_EQ(err.find(mark), std::string::npos) << err;
     }
 }

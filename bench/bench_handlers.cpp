@@ -1,0 +1,196 @@
+// What one notification costs the daemon itself, on a platform that does
+// nothing (null_platform.cpp): the hot path is a phone's address being
+// learned and aged on a joined port. Prints the static memory of the tables
+// first.
+#include <benchmark/benchmark.h>
+#include <pthread.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "autoport/auto_port.h"
+#include "autoport/mac_notify.h"
+#include "autoport/port_oper.h"
+#include "bus/subscription_table.h"
+#include "null_platform.h"
+#include "oui/mvlan_table.h"
+#include "oui/oui_oper.h"
+#include "oui/oui_table.h"
+#include "settings/vvlan_table.h"
+#include "trace/dbg.h"
+#include "trace/trace.h"
+
+namespace {
+
+const mac_addr MASK_24{0xff, 0xff, 0xff, 0, 0, 0};
+const mac_addr OUI_A{0x00, 0xe0, 0xbb, 0, 0, 0};
+
+struct message {
+    tukredis_pmsg pmsg{};
+    null_platform::value value{nullptr, 0};
+    message(int32_t db, const std::string &key, int32_t cmd, const std::string *bytes = nullptr) {
+        pmsg.db = db;
+        std::strncpy(pmsg.key, key.c_str(), sizeof pmsg.key - 1);
+        pmsg.cmd = cmd;
+        if (bytes != nullptr) {
+            value = {bytes->data(), static_cast<uint32_t>(bytes->size())};
+        }
+        pmsg.reply = &value;
+    }
+};
+
+// Voice VLAN 100 with `ouis` voice OUIs, OUI_A in the last of them; port 5
+// in automatic mode and joined.
+void voice_vlan(int ouis) {
+    g_vvlan_table = vvlan_table{};
+    g_vvlan_table.vid = 100;
+    g_vvlan_table.status = 1;
+    g_vvlan_oui_table = {};
+    for (int i = 0; i < ouis; ++i) {
+        const mac_addr mac =
+            i == ouis - 1 ? OUI_A : mac_addr{0x02, static_cast<uint8_t>(i), 0, 0, 0, 0};
+        g_vvlan_oui_table[static_cast<std::size_t>(i)] = vvlan_oui_oper{mac, MASK_24, 1, {}};
+    }
+    g_vvlan_table.oui_num = static_cast<uint16_t>(ouis);
+    g_vvlan_auto_port[5].enable = 1;
+    g_vvlan_auto_port[5].add_vvlan_flag = 1;
+    g_vvlan_auto_port[5].pri_oui_num = 0;
+    pthread_mutex_init(&g_flag_lock, nullptr);
+}
+
+// A learned and an aged address on the joined port: two notifications.
+void learn_and_age(benchmark::State &state, int ouis, uint32_t level) {
+    voice_vlan(ouis);
+    dov_vvlan_set_dbg(level);
+    message na(0, "/bri/mac/macTblDyn_vvlan/100/6/00e0bb123456", TUKREDIS_CMD_NEW_ADDR);
+    message aa(0, "/bri/mac/macTblDyn_vvlan/100/6/00e0bb123456", TUKREDIS_CMD_DEL);
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(get_mac_notify_pmsg_f(&na.pmsg));
+        benchmark::DoNotOptimize(get_mac_notify_pmsg_f(&aa.pmsg));
+    }
+    state.SetItemsProcessed(2 * state.iterations());
+    dov_vvlan_set_dbg(0);
+}
+
+void BM_LearningOnAJoinedPort(benchmark::State &state) {
+    learn_and_age(state, 1, 0);
+}
+BENCHMARK(BM_LearningOnAJoinedPort);
+
+// The matching OUI in the last of 124 slots: the longest scan.
+void BM_LearningWith124Ouis(benchmark::State &state) {
+    learn_and_age(state, 124, 0);
+}
+BENCHMARK(BM_LearningWith124Ouis);
+
+// The same with every trace line formatted (level 32, into /dev/null).
+void BM_LearningTracesOn(benchmark::State &state) {
+    learn_and_age(state, 1, DBG_ALL);
+}
+BENCHMARK(BM_LearningTracesOn);
+
+// Most learnings on a switch are in other VLANs: dropped at the first check.
+void BM_LearningInAnotherVlan(benchmark::State &state) {
+    voice_vlan(1);
+    message na(0, "/bri/mac/macTblDyn_vvlan/200/6/00e0bb123456", TUKREDIS_CMD_NEW_ADDR);
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(get_mac_notify_pmsg_f(&na.pmsg));
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_LearningInAnotherVlan);
+
+// A trace the level filters out: one load and a compare.
+void BM_FilteredTrace(benchmark::State &state) {
+    dov_vvlan_set_dbg(0);
+    int value = 0;
+    for (auto _ : state) {
+        TRACE_INFO("value=%d", value);
+        benchmark::DoNotOptimize(++value);
+    }
+}
+BENCHMARK(BM_FilteredTrace);
+
+// A join: the first voice learning on a port writes two keys.
+void BM_Join(benchmark::State &state) {
+    voice_vlan(1);
+    message na(0, "/bri/mac/macTblDyn_vvlan/100/6/00e0bb123456", TUKREDIS_CMD_NEW_ADDR);
+    const long before = null_platform::g_commands;
+    for (auto _ : state) {
+        g_vvlan_auto_port[5].add_vvlan_flag = 0;
+        benchmark::DoNotOptimize(get_mac_notify_pmsg_f(&na.pmsg));
+    }
+    state.counters["writes/join"] = static_cast<double>(null_platform::g_commands - before) /
+                                    static_cast<double>(state.iterations());
+}
+BENCHMARK(BM_Join);
+
+// Re-writing an OUI of a full table: the slot scan, the echo and the
+// MAC-VLAN walk.
+void BM_OuiRewriteInAFullTable(benchmark::State &state) {
+    voice_vlan(124);
+    std::string value(44, '\0');
+    std::memcpy(value.data(), OUI_A.data(), 6);
+    std::memcpy(value.data() + 6, MASK_24.data(), 6);
+    message set(1, "/bridge/vvlan/oui_oper/00e0bb000000/ffffff000000", TUKREDIS_CMD_SET, &value);
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(get_oui_oper_pmsg_f(&set.pmsg));
+    }
+}
+BENCHMARK(BM_OuiRewriteInAFullTable);
+
+// A MAC-VLAN entry set and deleted: its 6-byte copy allocated and freed.
+void BM_MacVlanEntrySetAndDelete(benchmark::State &state) {
+    voice_vlan(1);
+    std::string value(29, '\0');
+    std::memcpy(value.data() + 12, OUI_A.data(), 6);
+    std::memcpy(value.data() + 18, MASK_24.data(), 6);
+    value[24] = 0;
+    value[25] = 100;
+    message set(0, "/bridge/mac_vlan/table/300", TUKREDIS_CMD_SET, &value);
+    message del(0, "/bridge/mac_vlan/table/300", TUKREDIS_CMD_DEL);
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(get_mac_vlan_pmsg_f(&set.pmsg));
+        benchmark::DoNotOptimize(get_mac_vlan_pmsg_f(&del.pmsg));
+    }
+    state.SetItemsProcessed(2 * state.iterations());
+}
+BENCHMARK(BM_MacVlanEntrySetAndDelete);
+
+void print_static_memory() {
+    struct table {
+        const char *name;
+        std::size_t bytes;
+    };
+    const table tables[] = {
+        {"g_vvlan_table", sizeof g_vvlan_table},
+        {"g_vvlan_oui_table", sizeof g_vvlan_oui_table},
+        {"g_mvlan_table", sizeof g_mvlan_table},
+        {"g_vvlan_auto_port", sizeof g_vvlan_auto_port},
+        {"g_auto_add_vvlan_table", sizeof g_auto_add_vvlan_table},
+        {"g_auto_oui_flag", sizeof g_auto_oui_flag},
+        {"g_sub_table", sizeof g_sub_table},
+    };
+    std::size_t total = 0;
+    std::printf("static tables of the daemon (this build, %zu-byte pointers):\n", sizeof(void *));
+    for (const table &t : tables) {
+        std::printf("  %-24s %6zu bytes\n", t.name, t.bytes);
+        total += t.bytes;
+    }
+    std::printf("  %-24s %6zu bytes; heap: 6 bytes per filled MAC-VLAN entry, at most %zu\n\n",
+                "total", total, MVLAN_TABLE_MAX * sizeof(mac_addr));
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    print_static_memory();
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+        return 1;
+    }
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
