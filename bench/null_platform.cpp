@@ -7,7 +7,6 @@
 #include <cstdarg>
 #include <cstdio>
 
-#include "ham_agent.h"
 #include "libsdm.h"
 #include "tukredis.h"
 
@@ -19,26 +18,8 @@ long g_commands = 0;
 
 extern "C" {
 
-int32_t tukredis_init(const tukredis_sub_row *, int32_t, tukredis_resync_cb, int32_t) {
-    return 0;
-}
-int32_t tukredis_db_connect(void) {
-    return 0;
-}
-int32_t tukredis_db_psubscrible(void) {
-    return 0;
-}
-int32_t tukredis_pubsub(void) {
-    return -1;
-}
 int32_t tukredis_db_command(int32_t, int32_t, int32_t, int32_t, const char *, ...) {
     ++null_platform::g_commands;
-    return 0;
-}
-int32_t tukredis_db_out_log(const char *, int32_t, int32_t, int32_t) {
-    return -1;
-}
-int32_t tukredis_db_out_log_stat(int32_t) {
     return 0;
 }
 
@@ -58,20 +39,6 @@ int32_t tukredis_get_key_reply_strval(void *reply, char **value, uint32_t *len) 
     return 0;
 }
 
-int32_t tukredis_scan_key_pattern(int32_t, const char *, int32_t, tukredis_handler, int32_t,
-                                  int32_t) {
-    return 0;
-}
-int32_t tukredis_pexpire_key_pattern(int32_t, const char *, int32_t, int32_t) {
-    return 0;
-}
-int32_t tukredis_del_expire_key_pattern(int32_t, const char *, int32_t) {
-    return 0;
-}
-
-int libsdm_init(const char *, int) {
-    return 0;
-}
 int libsdm_get_ifx_by_phyid(uint32_t phyid, uint32_t *ifx, int) {
     if (phyid < 1 || phyid > 53) {
         return -1;
@@ -84,12 +51,6 @@ int libsdm_get_phyid_by_ifx(uint32_t ifx, uint32_t *phyid, int) {
         return -1;
     }
     *phyid = ifx + 1;
-    return 0;
-}
-int ham_agent_init(void) {
-    return 0;
-}
-int reg_process_exit_action(int, int) {
     return 0;
 }
 

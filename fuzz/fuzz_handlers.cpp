@@ -17,7 +17,6 @@
 
 #include "autoport/auto_port.h"
 #include "bus/subscription_table.h"
-#include "ham_agent.h"
 #include "libsdm.h"
 #include "settings/vvlan_table.h"
 #include "trace/dbg.h"
@@ -46,30 +45,12 @@ void check_write(int32_t db, const char *format, const char *key) {
 
 extern "C" {
 
-int32_t tukredis_init(const tukredis_sub_row *, int32_t, tukredis_resync_cb, int32_t) {
-    return 0;
-}
-int32_t tukredis_db_connect(void) {
-    return 0;
-}
-int32_t tukredis_db_psubscrible(void) {
-    return 0;
-}
-int32_t tukredis_pubsub(void) {
-    return -1;
-}
 int32_t tukredis_db_command(int32_t db, int32_t, int32_t, int32_t, const char *format, ...) {
     va_list ap;
     va_start(ap, format);
     const char *key = va_arg(ap, const char *);
     va_end(ap);
     check_write(db, format, key);
-    return 0;
-}
-int32_t tukredis_db_out_log(const char *, int32_t, int32_t, int32_t) {
-    return -1;
-}
-int32_t tukredis_db_out_log_stat(int32_t) {
     return 0;
 }
 
@@ -98,21 +79,7 @@ int32_t tukredis_get_key_reply_strval(void *reply, char **value, uint32_t *len) 
     return 0;
 }
 
-int32_t tukredis_scan_key_pattern(int32_t, const char *, int32_t, tukredis_handler, int32_t,
-                                  int32_t) {
-    return 0;
-}
-int32_t tukredis_pexpire_key_pattern(int32_t, const char *, int32_t, int32_t) {
-    return 0;
-}
-int32_t tukredis_del_expire_key_pattern(int32_t, const char *, int32_t) {
-    return 0;
-}
-
 // phyid p is ifx p-1 for 1..53; 60..63 map outside the switch's ports.
-int libsdm_init(const char *, int) {
-    return 0;
-}
 int libsdm_get_ifx_by_phyid(uint32_t phyid, uint32_t *ifx, int) {
     if (phyid >= 1 && phyid <= 53) {
         *ifx = phyid - 1;
@@ -129,12 +96,6 @@ int libsdm_get_phyid_by_ifx(uint32_t ifx, uint32_t *phyid, int) {
         return -1;
     }
     *phyid = ifx + 1;
-    return 0;
-}
-int ham_agent_init(void) {
-    return 0;
-}
-int reg_process_exit_action(int, int) {
     return 0;
 }
 
