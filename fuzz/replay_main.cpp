@@ -4,8 +4,10 @@
 #include <dirent.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -34,13 +36,21 @@ int run_path(const std::string &path) {
     }
     std::vector<std::string> names;
     DIR *dir = opendir(path.c_str());
-    while (dirent *e = dir != nullptr ? readdir(dir) : nullptr) {
+    if (dir == nullptr) {
+        std::fprintf(stderr, "cannot list %s\n", path.c_str());
+        return -1;
+    }
+    errno = 0;
+    while (dirent *e = readdir(dir)) {
         if (e->d_name[0] != '.') {
             names.push_back(path + "/" + e->d_name);
         }
     }
-    if (dir != nullptr) {
-        closedir(dir);
+    const int listing_error = errno;
+    closedir(dir);
+    if (listing_error != 0) {
+        std::fprintf(stderr, "cannot list %s: %s\n", path.c_str(), std::strerror(listing_error));
+        return -1;
     }
     int n = 0;
     for (const std::string &name : names) {
