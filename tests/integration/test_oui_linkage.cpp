@@ -120,6 +120,7 @@ TEST_F(LinkageTest, MacVlanEntriesFollowTheVoiceVlanAndTheirOuis) {
     // Adding the OUI only fills entries of the voice VLAN's id. The entry of
     // VLAN 200 is filled when its own key is written again: matched, but not
     // linked, so no message for it.
+    barrier();
     std::size_t mark = daemon().mark();
     set_mvlan(258, PHONE_A, MASK_24, 200);
     barrier();

@@ -55,6 +55,7 @@ TEST_F(MainJobTest, SecondPhoneOnTheSamePortWritesNothingMore) {
     configure(1440);
     learn(100, 6, "00e0bb123456");
     ASSERT_TRUE(wait_db(1, join_key(5), be32_bytes(5), patience(5s)));
+    barrier(); // the join's last lines come after its writes
     const std::size_t mark = daemon().mark();
     learn(100, 6, "00e0bb000001");
     barrier();
