@@ -155,11 +155,6 @@ int32_t bus::next_handle() {
     return out_log_none_ ? -1 : handle_++;
 }
 
-bool bus::out_log_none() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return out_log_none_;
-}
-
 void bus::apply(int32_t db, const std::vector<std::string> &argv) {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (db < 0 || db > 1 || argv.size() < 2) {

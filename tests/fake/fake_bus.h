@@ -88,7 +88,6 @@ class bus {
     // Used by the C entry points.
     void record(bus_call call);
     int32_t next_handle();
-    bool out_log_none() const;
     void apply(int32_t db, const std::vector<std::string> &argv);
     std::vector<std::pair<std::string, std::string>> matching(int32_t db,
                                                               const std::string &pattern) const;

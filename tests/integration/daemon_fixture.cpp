@@ -80,16 +80,6 @@ std::string bytes(std::initializer_list<int> values) {
     return out;
 }
 
-std::string hex(const std::string &raw) {
-    static const char digits[] = "0123456789abcdef";
-    std::string out;
-    for (unsigned char c : raw) {
-        out.push_back(digits[c >> 4]);
-        out.push_back(digits[c & 15]);
-    }
-    return out;
-}
-
 std::string DaemonTest::pid_file() const {
     return daemon_config::get().sysroot + "/var/run/dov_vvlan.pid";
 }

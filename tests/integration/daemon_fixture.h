@@ -94,6 +94,5 @@ class DaemonTest : public ::testing::Test {
 };
 
 std::string bytes(std::initializer_list<int> values);
-std::string hex(const std::string &bytes);
 
 } // namespace integration
