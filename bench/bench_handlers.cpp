@@ -9,16 +9,16 @@
 #include <cstring>
 #include <string>
 
+#include "app/subscription_table.h"
 #include "autoport/auto_port.h"
-#include "autoport/mac_notify.h"
+#include "autoport/mac_learning.h"
 #include "autoport/port_oper.h"
-#include "bus/subscription_table.h"
 #include "null_platform.h"
 #include "oui/mvlan_table.h"
-#include "oui/oui_oper.h"
+#include "oui/oui_add.h"
 #include "oui/oui_table.h"
 #include "settings/vvlan_table.h"
-#include "trace/dbg.h"
+#include "trace/debug_level.h"
 #include "trace/trace.h"
 
 namespace {

@@ -15,11 +15,11 @@
 #include <cstring>
 #include <string>
 
+#include "app/subscription_table.h"
 #include "autoport/auto_port.h"
-#include "bus/subscription_table.h"
 #include "libsdm.h"
 #include "settings/vvlan_table.h"
-#include "trace/dbg.h"
+#include "trace/debug_level.h"
 #include "tukredis.h"
 
 namespace {

@@ -1,28 +1,10 @@
 #include "autoport/port_oper.h"
 
-#include <array>
-
 #include "autoport/auto_port.h"
 #include "bus/bus_write.h"
-#include "bus/byte_order.h"
-#include "bus/key_buf.h"
-#include "bus/key_scan.h"
+#include "handler/handler_steps.h"
 #include "settings/vvlan_table.h"
-#include "trace/trace.h"
-
-namespace {
-
-constexpr std::string_view PORT_OPER_PREFIX = "/bridge/vvlan/port_oper/";
-
-key_buf port_oper_key(int32_t ifx, int32_t mode) {
-    return key_printf("%s%d/%d", "/bridge/vvlan/port_oper/", ifx, mode);
-}
-
-} // namespace
-
-vvlan_port_oper port_oper_decode(const uint8_t *bytes) {
-    return vvlan_port_oper{be32_get(bytes), bytes[4], be32_get(bytes + 8)};
-}
+#include "wire/key_scan.h"
 
 // Mode 1 puts the port in automatic mode whatever the record's own enable
 // byte says; mode 2 was already applied by the join. Either way the key is
@@ -41,9 +23,8 @@ void set_port_oper_redis(const vvlan_port_oper &rec) {
     const key_buf key =
         port_oper_key(static_cast<int32_t>(rec.ifx), static_cast<int32_t>(rec.mode));
     TRACE_INFO("key=%s", key.c_str());
-    std::array<uint8_t, 2> value{};
-    be16_put(value.data(), g_vvlan_table.oui_idx);
-    bus_set_raw(BUS_DB_STATE, key.c_str(), value.data(), value.size());
+    const auto value = pre_entry_idx_codec::encode(g_vvlan_table.oui_idx);
+    bus_set_raw(DB_STATE, key.c_str(), value.data(), value.size());
     TRACE_INFO("set_port_oper_redis end");
 }
 
@@ -70,7 +51,7 @@ void del_port_oper_redis(int32_t ifx, int32_t mode) {
     }
     const key_buf key = port_oper_key(ifx, mode);
     TRACE_INFO("key=%s", key.c_str());
-    bus_del(BUS_DB_STATE, key.c_str());
+    bus_del(DB_STATE, key.c_str());
 
     if (mode == static_cast<int32_t>(PORT_MODE_AUTO) && port.add_vvlan_flag != 0) {
         // exit_auto_port, inlined
@@ -78,7 +59,7 @@ void del_port_oper_redis(int32_t ifx, int32_t mode) {
         TRACE_INFO("ifx=%d, mode=%d", ifx, static_cast<int>(PORT_MODE_JOINED));
         const key_buf joined = port_oper_key(ifx, static_cast<int32_t>(PORT_MODE_JOINED));
         TRACE_INFO("key=%s", joined.c_str());
-        bus_del(BUS_DB_STATE, joined.c_str());
+        bus_del(DB_STATE, joined.c_str());
         TRACE_INFO("exit_auto_port end");
         port.add_vvlan_flag = 0;
         port.aging_flag = 0;
@@ -91,32 +72,16 @@ void del_port_oper_redis(int32_t ifx, int32_t mode) {
 // An ifx that is not a port, a short record or an unreadable key is dropped
 // with a trace before any table is touched.
 int32_t get_port_oper_pmsg_f(tukredis_pmsg *pmsg) {
-    TRACE_INFO("get_port_oper_pmsg_f start");
-    if (pmsg == nullptr) {
-        TRACE_ERR("pmsg is null");
-        return -4;
-    }
-    TRACE_PMSG(pmsg);
-    if (pmsg->cmd == TUKREDIS_CMD_EXPIRE) {
-        TRACE_ERR("not care CMD_EXPIRE event");
-        return 0;
+    if (const auto done = handler_open(TRACE_SITE, pmsg)) {
+        return *done;
     }
     if (pmsg->cmd == TUKREDIS_CMD_SET) {
-        char *bytes = nullptr;
-        uint32_t len = 0;
-        if (tukredis_get_key_reply_strval(pmsg->reply, &bytes, &len) != 0) {
-            TRACE_ERR("get value fail");
-            return -11;
+        vvlan_port_oper rec{};
+        const value_read r =
+            read_record<port_oper_codec>(TRACE_SITE, pmsg, "vvlan_port_oper", &rec);
+        if (r != value_read::ok) {
+            return read_failure_result(r);
         }
-        if (bytes == nullptr) {
-            TRACE_ERR("vvlan_port_oper is NULL\n");
-            return -4;
-        }
-        if (len < VVLAN_PORT_OPER_LEN) {
-            TRACE_ERR("vvlan_port_oper is too short, len=%u", len);
-            return -4;
-        }
-        const vvlan_port_oper rec = port_oper_decode(reinterpret_cast<const uint8_t *>(bytes));
         TRACE_INFO("vvlan_port_oper->ifx=%d, vvlan_port_oper->mode=%d, vvlan_port_oper->enable=%d",
                    static_cast<int>(rec.ifx), static_cast<int>(rec.mode), rec.enable);
         if (!ifx_valid(rec.ifx)) {
@@ -128,8 +93,8 @@ int32_t get_port_oper_pmsg_f(tukredis_pmsg *pmsg) {
         key_scan scan(pmsg_key(pmsg));
         int32_t ifx = 0;
         int32_t mode = 0;
-        if (!scan.literal(PORT_OPER_PREFIX) || !scan.int32(&ifx) || !scan.literal("/") ||
-            !scan.int32(&mode)) {
+        if (!scan.literal(prefix_of(key_family::port_oper)) || !scan.int32(&ifx) ||
+            !scan.literal("/") || !scan.int32(&mode)) {
             TRACE_ERR("key %.128s has no ifx/mode, dropped", pmsg->key);
             return -4;
         }

@@ -7,9 +7,6 @@
 #include <cstddef>
 #include <cstdint>
 
-inline constexpr int32_t BUS_DB_STATE = 0;  // published state
-inline constexpr int32_t BUS_DB_CONFIG = 1; // configuration and MAC-layer requests
-
 void bus_set_int(int32_t db, const char *key, int32_t value);  // "SET %s %d"
 void bus_set_u16(int32_t db, const char *key, uint16_t value); // "SET %s %hu"
 void bus_set_raw(int32_t db, const char *key, const uint8_t *bytes,

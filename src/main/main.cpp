@@ -1,7 +1,7 @@
 // dov_vvlan: the voice VLAN control daemon. No arguments, no configuration
 // file: every input and output is a key in the switch's database.
-#include "bus/check_db_validate.h"
-#include "bus/subscription_table.h"
+#include "app/resync_scan.h"
+#include "app/subscription_table.h"
 #include "main/vvlan_init.h"
 #include "trace/trace.h"
 #include "tukredis.h"

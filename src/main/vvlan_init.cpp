@@ -11,7 +11,7 @@
 #include "ham_agent.h"
 #include "libsdm.h"
 #include "settings/vvlan_table.h"
-#include "trace/dbg.h"
+#include "trace/debug_level.h"
 #include "trace/trace.h"
 
 #ifndef DOV_VVLAN_SYSROOT

@@ -1,66 +1,72 @@
 #include "oui/mvlan_table.h"
 
-#include <algorithm>
-
 #include "bus/bus_write.h"
-#include "bus/byte_order.h"
-#include "bus/key_buf.h"
-#include "bus/key_scan.h"
+#include "handler/handler_steps.h"
 #include "oui/oui_table.h"
 #include "settings/vvlan_table.h"
-#include "trace/trace.h"
+#include "wire/key_scan.h"
 
 std::array<mvlan_entry, MVLAN_TABLE_MAX> g_mvlan_table{};
 
 namespace {
 
-constexpr std::string_view MVLAN_KEY_PREFIX = "/bridge/mac_vlan/table/";
-
 // The key number, or -1 when it cannot be read or addresses no entry.
 int32_t mvlan_index(std::string_view key) {
     key_scan scan(key);
     int32_t number = 0;
-    if (!scan.literal(MVLAN_KEY_PREFIX) || !scan.int32(&number)) {
+    if (!scan.literal(prefix_of(key_family::mac_vlan)) || !scan.int32(&number)) {
         return -1;
     }
-    if (number < MVLAN_KEY_BASE ||
-        number >= MVLAN_KEY_BASE + static_cast<int32_t>(MVLAN_TABLE_MAX)) {
+    if (number < MAC_VLAN_KEY_BASE || number >= MAC_VLAN_KEY_BASE + MAC_VLAN_ENTRIES) {
         return -1;
     }
-    return number - MVLAN_KEY_BASE;
+    return number - MAC_VLAN_KEY_BASE;
 }
 
 } // namespace
-
-mac_vlan_value mac_vlan_value_decode(const uint8_t *bytes) {
-    mac_vlan_value v{};
-    v.ifx = static_cast<int32_t>(be32_get(bytes));
-    v.type = static_cast<int32_t>(be32_get(bytes + 4));
-    v.oper = static_cast<int32_t>(be32_get(bytes + 8));
-    std::copy_n(bytes + 12, v.mac.size(), v.mac.begin());
-    std::copy_n(bytes + 18, v.mask.size(), v.mask.begin());
-    v.vid = be16_get(bytes + 24);
-    v.priority = bytes[26];
-    v.flag = bytes[27];
-    v.field = bytes[28];
-    return v;
-}
 
 // The message key is per OUI slot, not per entry: entries sharing an OUI
 // share it, and unlinking any one of them deletes it. Kept so.
 void set_mvlan_redis(uint16_t slot, int add) {
     TRACE_INFO("set_mvlan_redis start");
-    const key_buf key =
-        key_printf("%s%hu", "/bridge/vvlan/mvlan_oui_msg/", static_cast<unsigned short>(slot));
+    const key_buf key = mvlan_oui_msg_key(slot);
     TRACE_INFO("key=%s", key.c_str());
     if (add != 0) {
-        bus_set_u16(BUS_DB_STATE, key.c_str(), slot);
+        bus_set_u16(DB_STATE, key.c_str(), slot);
         TRACE_INFO("add mvlan oui entry msg to yem");
     } else {
-        bus_del(BUS_DB_STATE, key.c_str());
+        bus_del(DB_STATE, key.c_str());
         TRACE_INFO("del mvlan oui entry msg to yem");
     }
     TRACE_INFO("set_mvlan_redis end");
+}
+
+// Re-announces the MAC-VLAN OUI messages of filled entries for the voice VLAN
+// and withdraws the others. Disabling only lowers the flags: no message is
+// withdrawn then, as it always has been.
+void set_mvlan_oui() {
+    TRACE_INFO("set_mvlan_oui start");
+    if (g_vvlan_table.status == 0) {
+        for (mvlan_entry &entry : g_mvlan_table) {
+            entry.oui_flag = 0;
+        }
+        return;
+    }
+    for (std::size_t i = 0; i < g_mvlan_table.size(); ++i) {
+        mvlan_entry &entry = g_mvlan_table[i];
+        if (entry.oui_fill == 0) {
+            continue;
+        }
+        TRACE_INFO("g_mvlan_table %d entry fill the vvlan oui", static_cast<int>(i));
+        if (entry.mvlan_vid == g_vvlan_table.vid) {
+            set_mvlan_redis(entry.oui_idx, 1);
+            entry.oui_flag = 1;
+        } else {
+            TRACE_INFO("This mvlan entry vid is not fill");
+            set_mvlan_redis(entry.oui_idx, 0);
+        }
+    }
+    TRACE_INFO("set_mvlan_oui end");
 }
 
 // A filled entry is not replaced by a re-written key: it keeps its VLAN id
@@ -109,19 +115,11 @@ bool add_mvlan(mac_vlan_value *value, int32_t index) {
     }
     // The first in-use voice OUI with the entry's address; the OUI's mask is
     // not applied to the MAC-VLAN address.
-    int slot = -1;
-    for (std::size_t i = 0; i < VVLAN_OUI_MAX; ++i) {
-        const vvlan_oui_oper &oui = g_vvlan_oui_table[i];
-        if (oui.enable == 0) {
-            continue;
-        }
-        TRACE_INFO("entry(%d) is ENABLED", static_cast<int>(i));
-        if (oui.mac == *entry.mvlan_oui) {
-            slot = static_cast<int>(i);
-            break;
-        }
-    }
-    if (slot < 0) {
+    const std::size_t slot =
+        for_each_enabled_oui(TRACE_SITE, [&](std::size_t, const vvlan_oui_oper &oui) {
+            return oui.mac == *entry.mvlan_oui;
+        });
+    if (slot == VVLAN_OUI_MAX) {
         return true;
     }
     entry.oui_idx = static_cast<uint16_t>(slot);
@@ -146,19 +144,16 @@ void del_mvlan(int32_t index) {
         return;
     }
     if (entry.oui_flag != 0) {
-        for (std::size_t i = 0; i < VVLAN_OUI_MAX; ++i) {
-            const vvlan_oui_oper &oui = g_vvlan_oui_table[i];
-            if (oui.enable == 0) {
-                continue;
-            }
-            TRACE_INFO("entry(%d) is ENABLED", static_cast<int>(i));
+        const trace_site here = TRACE_SITE;
+        for_each_enabled_oui(here, [&](std::size_t i, const vvlan_oui_oper &oui) {
             if (oui.mac == *entry.mvlan_oui) {
-                TRACE_INFO("find oui in g_vvlan_oui_table[%d].mac", static_cast<int>(i));
+                TRACE_INFO_AT(here, "find oui in g_vvlan_oui_table[%d].mac", static_cast<int>(i));
                 set_mvlan_redis(static_cast<uint16_t>(i), 0);
                 entry.oui_flag = 0;
                 entry.oui_fill = 0;
             }
-        }
+            return false; // every slot with the address, not only the first
+        });
     }
     entry.mvlan_oui.reset();
     TRACE_INFO("free g_mvlan_table[%d] entry end", index);
@@ -168,15 +163,8 @@ void del_mvlan(int32_t index) {
 // entry is refused before the table is touched. 1 and 10 delete (exactly
 // these two), 9 is ignored, anything else is a set.
 int32_t get_mac_vlan_pmsg_f(tukredis_pmsg *pmsg) {
-    TRACE_INFO("get_mac_vlan_pmsg_f start");
-    if (pmsg == nullptr) {
-        TRACE_ERR("pmsg is null");
-        return -4;
-    }
-    TRACE_PMSG(pmsg);
-    if (pmsg->cmd == TUKREDIS_CMD_EXPIRE) {
-        TRACE_ERR("not care CMD_EXPIRE event");
-        return 0;
+    if (const auto done = handler_open(TRACE_SITE, pmsg)) {
+        return *done;
     }
     const int32_t index = mvlan_index(pmsg_key(pmsg));
     if (index < 0) {
@@ -189,21 +177,11 @@ int32_t get_mac_vlan_pmsg_f(tukredis_pmsg *pmsg) {
         TRACE_ERR("get_mac_vlan_pmsg_f del end!"); // error level, as it always has been
         return 0;
     }
-    char *bytes = nullptr;
-    uint32_t len = 0;
-    if (tukredis_get_key_reply_strval(pmsg->reply, &bytes, &len) != 0) {
-        TRACE_ERR("get value fail");
-        return -11;
+    mac_vlan_value value{};
+    const value_read r = read_record<mac_vlan_codec>(TRACE_SITE, pmsg, "mac_vlan_value", &value);
+    if (r != value_read::ok) {
+        return read_failure_result(r);
     }
-    if (bytes == nullptr) {
-        TRACE_ERR("mac_vlan_value is NULL\n");
-        return -4;
-    }
-    if (len < MAC_VLAN_VALUE_LEN) {
-        TRACE_ERR("mac_vlan_value is too short, len=%u", len);
-        return -4;
-    }
-    mac_vlan_value value = mac_vlan_value_decode(reinterpret_cast<const uint8_t *>(bytes));
     TRACE_INFO("mac_vlan_value->ifx = %d, mac_vlan_value->type = %d, mac_vlan_value->oper = %d",
                value.ifx, value.type, value.oper);
     TRACE_INFO("mac_vlan_value->entry.mac=%02x%02x.%02x%02x.%02x%02x mac_vlan_value->entry.mask = "

@@ -6,24 +6,31 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "oui/mac_addr.h"
+#include "trace/trace.h"
+#include "wire/values.h"
 
 inline constexpr std::size_t VVLAN_OUI_MAX = 124;
-inline constexpr uint32_t VVLAN_OUI_OPER_LEN = 44; // the configured value
-inline constexpr uint32_t VVLAN_OUI_ECHO_LEN = 46; // pre_entry_idx + the record
-inline constexpr std::size_t VVLAN_OUI_EXTRA_LEN = 31;
 
-// vvlan_oui_oper, also the wire layout of the configured value:
-//   0-5 mac, 6-11 mask, 12 enable, 13-43 extra (carried, not interpreted)
-struct vvlan_oui_oper {
-    mac_addr mac; // in the table: always ANDed with mask
-    mac_addr mask;
-    uint8_t enable; // in the table: 1 = slot in use; in a value: ignored
-    std::array<uint8_t, VVLAN_OUI_EXTRA_LEN> extra;
-};
-
-vvlan_oui_oper oui_oper_decode(const uint8_t *bytes);          // reads 44 bytes
-void oui_oper_encode(const vvlan_oui_oper &rec, uint8_t *out); // writes 44 bytes
-
-// Written by the main thread only; never touched by the aging thread.
+// Written by the main thread only; never touched by the aging thread. In the
+// table a record's mac is always ANDed with its mask and enable 1 marks a
+// slot in use.
 extern std::array<vvlan_oui_oper, VVLAN_OUI_MAX> g_vvlan_oui_table;
+
+// Walks the slots in use in slot order, tracing "entry(%d) is ENABLED" for
+// each under the caller's name, and stops at the first one for which
+// fn(slot, record) returns true. Returns that slot, or VVLAN_OUI_MAX when
+// the walk went through.
+template <typename Fn>
+std::size_t for_each_enabled_oui(trace_site site, Fn &&fn) {
+    for (std::size_t i = 0; i < VVLAN_OUI_MAX; ++i) {
+        vvlan_oui_oper &record = g_vvlan_oui_table[i];
+        if (record.enable == 0) {
+            continue;
+        }
+        TRACE_INFO_AT(site, "entry(%d) is ENABLED", static_cast<int>(i));
+        if (fn(i, record)) {
+            return i;
+        }
+    }
+    return VVLAN_OUI_MAX;
+}

@@ -7,7 +7,5 @@
 
 #include "tukredis.h"
 
-inline constexpr uint32_t AGE_TIMER_LEN = 2;
-
 // "/bridge/vvlan/age_timer/*", database 1
 int32_t get_age_timer_pmsg_f(tukredis_pmsg *pmsg);

@@ -6,14 +6,7 @@
 #include <cstdint>
 
 #include "tukredis.h"
-
-struct vvlan_cos_dscp {
-    uint8_t cos;  // byte 0: 802.1p priority
-    uint8_t dscp; // byte 1: DSCP; further bytes are ignored
-};
-
-inline constexpr uint32_t VVLAN_COS_DSCP_LEN = 2;
-inline constexpr uint32_t VVLAN_COS_DSCP_PUBLISHED_LEN = 4;
+#include "wire/values.h"
 
 // "/bridge/vvlan/cos_dscp/*", database 1
 int32_t get_cos_dscp_pmsg_f(tukredis_pmsg *pmsg);

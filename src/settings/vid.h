@@ -8,5 +8,4 @@
 
 // "/bridge/vvlan/vid/*", database 1
 int32_t get_vid_pmsg_f(tukredis_pmsg *pmsg);
-void set_mvlan_oui();
 void set_vid_redis();

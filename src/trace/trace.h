@@ -31,19 +31,35 @@ inline bool dov_vvlan_trace_on(uint32_t level) {
 extern "C" int dov_vvlan_trace_printf(const char *format, ...)
     __attribute__((format(printf, 1, 2)));
 
+// Where a line says it comes from: the function's name and the source line.
+// A step shared by several functions takes its caller's site, so its lines
+// carry the caller's name as they always have.
+struct trace_site {
+    const char *func;
+    int line;
+};
+#define TRACE_SITE (trace_site{__func__, __LINE__})
+
 // "<function: line>[pid](level)" + text + "\r\n"
-#define VVLAN_TRACE(level, fmt, ...)                                                               \
+#define VVLAN_TRACE_AT(site, level, fmt, ...)                                                      \
     do {                                                                                           \
         if (dov_vvlan_trace_on(level)) {                                                           \
-            dov_vvlan_trace_printf("<%s: %d>[%d](%d)" fmt "\r\n", __func__, __LINE__,              \
+            dov_vvlan_trace_printf("<%s: %d>[%d](%d)" fmt "\r\n", (site).func, (site).line,        \
                                    static_cast<int>(getpid()),                                     \
                                    static_cast<int>(level) __VA_OPT__(, ) __VA_ARGS__);            \
         }                                                                                          \
     } while (0)
 
+#define VVLAN_TRACE(level, fmt, ...)                                                               \
+    VVLAN_TRACE_AT(TRACE_SITE, level, fmt __VA_OPT__(, ) __VA_ARGS__)
+
 #define TRACE_INFO(fmt, ...) VVLAN_TRACE(DBG_INFO, fmt __VA_OPT__(, ) __VA_ARGS__)
 #define TRACE_ERR(fmt, ...) VVLAN_TRACE(DBG_ERROR, fmt __VA_OPT__(, ) __VA_ARGS__)
+#define TRACE_INFO_AT(site, fmt, ...) VVLAN_TRACE_AT(site, DBG_INFO, fmt __VA_OPT__(, ) __VA_ARGS__)
+#define TRACE_ERR_AT(site, fmt, ...) VVLAN_TRACE_AT(site, DBG_ERROR, fmt __VA_OPT__(, ) __VA_ARGS__)
 
 // The record line every handler traces. The key is printed with a bound so
 // that a record from a misbehaving library can never be over-read.
-#define TRACE_PMSG(p) TRACE_INFO("pmsg db=%d key=%.128s cmd=%d", (p)->db, (p)->key, (p)->cmd)
+#define TRACE_PMSG_AT(site, p)                                                                     \
+    TRACE_INFO_AT(site, "pmsg db=%d key=%.128s cmd=%d", (p)->db, (p)->key, (p)->cmd)
+#define TRACE_PMSG(p) TRACE_PMSG_AT(TRACE_SITE, p)

@@ -11,9 +11,9 @@
 #include "main/vvlan_init.h"
 #include "oui/mvlan_table.h"
 #include "oui/oui_table.h"
-#include "settings/timer_thread.h"
+#include "autoport/aging_thread_control.h"
 #include "settings/vvlan_table.h"
-#include "trace/dbg.h"
+#include "trace/debug_level.h"
 #include "trace/trace.h"
 
 namespace fake {

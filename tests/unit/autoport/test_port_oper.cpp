@@ -188,12 +188,4 @@ TEST_F(PortOperTest, BadValues) {
     EXPECT_THAT(bus().writes(), IsEmpty());
 }
 
-TEST_F(PortOperTest, RecordIsDecodedBigEndian) {
-    const std::string raw = port_oper_value(0x01020304, 9, 0x0A0B0C0D);
-    const vvlan_port_oper rec = port_oper_decode(reinterpret_cast<const uint8_t *>(raw.data()));
-    EXPECT_EQ(rec.ifx, 0x01020304u);
-    EXPECT_EQ(rec.enable, 9);
-    EXPECT_EQ(rec.mode, 0x0A0B0C0Du);
-}
-
 } // namespace

@@ -2,8 +2,8 @@
 #include <cstring>
 
 #include "bus/bus_write.h"
-#include "bus/key_buf.h"
 #include "daemon_test.h"
+#include "wire/key_buf.h"
 
 using namespace fake;
 using ::testing::ElementsAre;

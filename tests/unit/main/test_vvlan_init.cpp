@@ -13,7 +13,7 @@
 #include "daemon_test.h"
 #include "main/vvlan_init.h"
 #include "settings/vvlan_table.h"
-#include "trace/dbg.h"
+#include "trace/debug_level.h"
 #include "trace/trace.h"
 
 using namespace fake;

@@ -251,18 +251,4 @@ TEST_F(MvlanTest, ManyCyclesKeepTheTableConsistent) {
     }
 }
 
-TEST_F(MvlanTest, ValueIsDecodedBigEndian) {
-    const std::string raw = mac_vlan_bytes(PHONE, MASK_24, 0x0123, -2, 0x01020304, 7);
-    const mac_vlan_value v = mac_vlan_value_decode(reinterpret_cast<const uint8_t *>(raw.data()));
-    EXPECT_EQ(v.ifx, -2);
-    EXPECT_EQ(v.type, 0x01020304);
-    EXPECT_EQ(v.oper, 7);
-    EXPECT_EQ(v.vid, 0x0123);
-    EXPECT_EQ(v.mac, PHONE);
-    EXPECT_EQ(v.mask, MASK_24);
-    EXPECT_EQ(v.priority, 6);
-    EXPECT_EQ(v.flag, 7);
-    EXPECT_EQ(v.field, 8);
-}
-
 } // namespace

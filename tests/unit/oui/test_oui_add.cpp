@@ -1,7 +1,7 @@
 // Adding voice OUIs: slot choice, masking, the echo and the MAC-VLAN links.
 #include "daemon_test.h"
 #include "oui/mvlan_table.h"
-#include "oui/oui_oper.h"
+#include "oui/oui_add.h"
 #include "oui/oui_table.h"
 #include "records.h"
 #include "settings/vvlan_table.h"

@@ -1,9 +1,9 @@
 // The aging time and the restart of the aging thread.
 #include <cerrno>
 
+#include "autoport/aging_thread_control.h"
 #include "daemon_test.h"
 #include "settings/age_timer.h"
-#include "settings/timer_thread.h"
 #include "settings/vid.h"
 #include "settings/vvlan_table.h"
 

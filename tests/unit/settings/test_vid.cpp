@@ -2,9 +2,9 @@
 // and the aging thread's start and stop.
 #include <cerrno>
 
+#include "autoport/aging_thread_control.h"
 #include "daemon_test.h"
 #include "oui/mvlan_table.h"
-#include "settings/timer_thread.h"
 #include "settings/vid.h"
 #include "settings/vvlan_table.h"
 

@@ -2,7 +2,7 @@
 #include <unistd.h>
 
 #include "daemon_test.h"
-#include "trace/dbg.h"
+#include "trace/debug_level.h"
 #include "trace/trace.h"
 
 using namespace fake;

@@ -1,0 +1,59 @@
+// Parsing of key names.
+//
+// Keys are parsed with sscanf-style path patterns ("/%*[^/]/%[^/]", "%hu",
+// "%d", "%s"). key_scan reproduces those conversions over a string_view, so
+// nothing is copied into unbounded buffers, and its numbers behave as the
+// switch's 32-bit C library converts them (strtol/strtoul on a 32-bit long),
+// so a PC build decides exactly as the target does for any input.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+class key_scan {
+  public:
+    explicit key_scan(std::string_view text) : text_(text) {}
+
+    bool literal(std::string_view lit);    // exact characters
+    bool component(std::string_view *out); // "%[^/]": one or more non-'/'
+    bool skip_component();                 // "%*[^/]"
+    bool word(std::string_view *out);      // "%s": skips white space, then non-space
+    bool int32(int32_t *out);              // "%d" on a 32-bit long
+    bool uint16(uint16_t *out);            // "%hu" through a 32-bit unsigned long
+
+    std::string_view rest() const { return text_.substr(pos_); }
+
+  private:
+    std::string_view text_;
+    std::size_t pos_ = 0;
+};
+
+// Component n (1-based) of "/a/b/c...": the pattern with n-1 "%*[^/]" then
+// "%[^/]". Empty view when the key does not have it.
+std::string_view key_component(std::string_view key, int n);
+
+// "%s" after n-1 skipped components: the rest of the key from component n
+// up to the first white space ("00e0bb000000/ffffff000000" for component 4
+// of an OUI key). Empty view when the key does not have it.
+std::string_view key_rest(std::string_view key, int n);
+
+// The daemon reads key components into 64-byte buffers: at most 63
+// characters of a component count, and a trace shows no more.
+inline constexpr std::size_t KEY_COMPONENT_MAX = 63;
+std::string_view key_component_bounded(std::string_view key, int n);
+std::string_view key_rest_bounded(std::string_view key, int n);
+
+// atoi() on a 32-bit target: leading white space, sign, digits, saturated
+// to the int32 range; 0 when there are no digits.
+int32_t atoi32(std::string_view text);
+
+// One byte from two hexadecimal digits; false (and *out untouched) unless
+// both are hexadecimal.
+bool hex_byte(char hi, char lo, uint8_t *out);
+
+// Six bytes from the first 12 characters, two digits per byte, first byte
+// first. A pair that is missing or not hexadecimal gives 0. Returns true
+// when all six pairs were converted.
+bool mac_from_hex(std::string_view text, std::array<uint8_t, 6> *mac);

@@ -1,0 +1,31 @@
+// 6-byte MAC addresses and OUIs. An OUI is kept as a full address already
+// ANDed with its mask, and written in keys as 12 lower-case hex digits.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+using mac_addr = std::array<uint8_t, 6>;
+
+inline mac_addr mac_and(const mac_addr &a, const mac_addr &mask) {
+    mac_addr out{};
+    for (std::size_t k = 0; k < out.size(); ++k) {
+        out[k] = static_cast<uint8_t>(a[k] & mask[k]);
+    }
+    return out;
+}
+
+// The six bytes as printf arguments, for "%02x%02x%02x%02x%02x%02x".
+#define MAC_ARGS(m) (m)[0], (m)[1], (m)[2], (m)[3], (m)[4], (m)[5]
+
+// "00e0bb123456": the form keys carry, zero-terminated.
+std::array<char, 13> mac_hex12(const mac_addr &mac);
+// "00:e0:bb:12:34:56": the form people read.
+std::array<char, 18> mac_colon(const mac_addr &mac);
+
+// An address as a person types it: 12 hexadecimal digits, or six pairs
+// separated by ':' or '-' (one separator throughout). Upper or lower case.
+// False, and *mac untouched, for anything else.
+bool mac_parse(std::string_view text, mac_addr *mac);
