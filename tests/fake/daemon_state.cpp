@@ -3,6 +3,7 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include "autoport/aging_thread_control.h"
 #include "autoport/auto_port.h"
 #include "fake_bus.h"
 #include "fake_platform.h"
@@ -11,7 +12,6 @@
 #include "main/vvlan_init.h"
 #include "oui/mvlan_table.h"
 #include "oui/oui_table.h"
-#include "autoport/aging_thread_control.h"
 #include "settings/vvlan_table.h"
 #include "trace/debug_level.h"
 #include "trace/trace.h"

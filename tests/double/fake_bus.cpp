@@ -1,8 +1,11 @@
 #include "fake_bus.h"
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fnmatch.h>
@@ -322,6 +325,62 @@ bool strict_int(const std::string &text, int32_t base, int32_t *out) {
 
 } // namespace fake
 
+namespace fake {
+
+namespace {
+std::atomic<bool> g_recording{true};
+std::atomic<long> g_commands{0};
+
+// The daemon's formats are string literals: once one has been compared with
+// the four it may be, its address is remembered, so the benchmarks pay for
+// the check only once per literal.
+bool known_format(const char *format) {
+    static std::atomic<const char *> seen[16] = {};
+    for (std::atomic<const char *> &s : seen) {
+        const char *p = s.load(std::memory_order_relaxed);
+        if (p == format) {
+            return true;
+        }
+        if (p == nullptr) {
+            break;
+        }
+    }
+    const bool known = std::strcmp(format, "SET %s %d") == 0 ||
+                       std::strcmp(format, "SET %s %hu") == 0 ||
+                       std::strcmp(format, "SET %s %b") == 0 || std::strcmp(format, "DEL %s") == 0;
+    if (known) {
+        for (std::atomic<const char *> &s : seen) {
+            const char *expected = nullptr;
+            if (s.compare_exchange_strong(expected, format) || expected == format) {
+                break;
+            }
+        }
+    }
+    return known;
+}
+
+// Every format of the daemon has the key as its first argument.
+void check_command(int32_t db, const char *format, const char *key) {
+    if ((db != 0 && db != 1) || !known_format(format) || key == nullptr ||
+        strnlen(key, 128) > 127) {
+        std::fprintf(stderr, "a command the daemon cannot make: db %d format \"%s\"\n", db, format);
+        std::abort();
+    }
+}
+} // namespace
+
+void set_recording(bool on) {
+    g_recording.store(on, std::memory_order_relaxed);
+}
+bool recording() {
+    return g_recording.load(std::memory_order_relaxed);
+}
+long commands_issued() {
+    return g_commands.load(std::memory_order_relaxed);
+}
+
+} // namespace fake
+
 using fake::bus;
 using fake::bus_call;
 
@@ -344,6 +403,15 @@ int32_t tukredis_db_command(int32_t db, int32_t wait, int32_t timeout_ms, int32_
                             const char *format, ...) {
     va_list ap;
     va_start(ap, format);
+    va_list key_ap;
+    va_copy(key_ap, ap);
+    fake::check_command(db, format, va_arg(key_ap, const char *));
+    va_end(key_ap);
+    fake::g_commands.fetch_add(1, std::memory_order_relaxed);
+    if (!fake::recording()) {
+        va_end(ap);
+        return 0;
+    }
     std::vector<std::string> argv = fake::render(format, ap);
     va_end(ap);
     bus::get().pass_command_gate();
@@ -359,6 +427,9 @@ int32_t tukredis_db_command(int32_t db, int32_t wait, int32_t timeout_ms, int32_
 }
 
 int32_t tukredis_db_out_log(const char *key, int32_t op, int32_t db, int32_t level) {
+    if (!fake::recording()) {
+        return -1; // no entry: the lean double keeps no log
+    }
     bus_call call;
     call.op = "out_log";
     call.db = db;
@@ -370,6 +441,9 @@ int32_t tukredis_db_out_log(const char *key, int32_t op, int32_t db, int32_t lev
 }
 
 int32_t tukredis_db_out_log_stat(int32_t handle) {
+    if (!fake::recording()) {
+        return 0;
+    }
     bus_call call;
     call.op = "out_log_stat";
     call.handle = handle;
@@ -379,10 +453,12 @@ int32_t tukredis_db_out_log_stat(int32_t handle) {
 
 int32_t tukredis_get_key_reply_intval(void *reply, int32_t *value, int32_t base) {
     auto *rep = static_cast<fake::reply *>(reply);
-    bus_call call;
-    call.op = "intval";
-    call.args = {base};
-    bus::get().record(call);
+    if (fake::recording()) {
+        bus_call call;
+        call.op = "intval";
+        call.args = {base};
+        bus::get().record(call);
+    }
     if (rep == nullptr || value == nullptr) {
         return -1;
     }
@@ -398,9 +474,11 @@ int32_t tukredis_get_key_reply_intval(void *reply, int32_t *value, int32_t base)
 
 int32_t tukredis_get_key_reply_strval(void *reply, char **value, uint32_t *len) {
     auto *rep = static_cast<fake::reply *>(reply);
-    bus_call call;
-    call.op = "strval";
-    bus::get().record(call);
+    if (fake::recording()) {
+        bus_call call;
+        call.op = "strval";
+        bus::get().record(call);
+    }
     if (rep == nullptr || value == nullptr || len == nullptr) {
         return -1;
     }
@@ -412,10 +490,16 @@ int32_t tukredis_get_key_reply_strval(void *reply, char **value, uint32_t *len) 
         *value = nullptr;
         *len = 0;
         return 0;
-    case fake::reply::state::value:
-        *value = rep->value.data();
+    case fake::reply::state::value: {
+        static char empty[1] = {'\0'};
+        if (rep->exact.size() != rep->value.size() ||
+            !std::equal(rep->exact.begin(), rep->exact.end(), rep->value.begin())) {
+            rep->exact = std::vector<char>(rep->value.begin(), rep->value.end());
+        }
+        *value = rep->exact.empty() ? empty : rep->exact.data();
         *len = static_cast<uint32_t>(rep->value.size());
         return 0;
+    }
     }
     return -1;
 }

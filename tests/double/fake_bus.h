@@ -1,7 +1,17 @@
-// A recording fake of the bus library: every call is recorded in order, the
-// commands are rendered into argv form exactly as hiredis would send them,
-// and two in-memory databases answer values, scans and pattern operations.
-// Thread-safe: the aging thread writes through it too.
+// The in-memory double of the bus library, shared by the unit tests, the
+// benchmarks and the fuzzer.
+//
+// Recording (the default, for unit tests): every call is recorded in order,
+// the commands are rendered into argv form exactly as hiredis would send
+// them, and two in-memory databases answer values, scans and pattern
+// operations. Thread-safe: the aging thread writes through it too.
+//
+// Lean (benchmarks, fuzzer): nothing is recorded or stored and no lock is
+// taken; every command is still checked to be one the daemon can make and
+// counted, and a value is still handed out in a buffer of exactly its length.
+//
+// In both modes a command the daemon could never make (a database other than
+// 0 and 1, a key over 127 characters, a format outside its four) aborts.
 #pragma once
 
 #include <chrono>
@@ -43,6 +53,13 @@ db_write SET(int32_t db, const std::string &key, const std::string &value);
 db_write DEL(int32_t db, const std::string &key);
 std::string bytes(std::initializer_list<int> values); // raw value from byte values
 
+// Recording (true, the default) or lean (false); see above. Also switches
+// the device manager's and the trace sink's recording.
+void set_recording(bool on);
+bool recording();
+// Commands issued through tukredis_db_command, in either mode.
+long commands_issued();
+
 // The reply handle a test hands to a handler inside a tukredis_pmsg.
 struct reply {
     enum class state { value, absent, fail };
@@ -50,6 +67,9 @@ struct reply {
     std::string value;
     int32_t fail_code = -1; // what a failed read returns
     int reads = 0;
+    // What a read hands out: a copy of exactly the value's length, so that a
+    // read past the value is caught by the sanitizers.
+    std::vector<char> exact;
 };
 
 class bus {

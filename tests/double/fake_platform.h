@@ -1,6 +1,8 @@
-// Recording fakes of the device manager and the health agent.
+// The in-memory doubles of the device manager and the health agent:
+// recording, or lean when the bus double is (see fake_bus.h).
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <map>
 #include <mutex>
@@ -17,6 +19,7 @@ struct platform_call {
 
 class platform {
   public:
+    platform();
     static platform &get();
     void reset(); // default map phyid p <-> ifx p-1 for 1..53, every call succeeds
 
@@ -38,6 +41,8 @@ class platform {
     mutable std::mutex mutex_;
     std::vector<platform_call> calls_;
     std::map<uint32_t, uint32_t> phy_to_ifx_;
+    std::array<int64_t, 256> direct_{}; // phy_to_ifx_ below 256, -1 = unmapped
+    void refresh_direct();
     std::map<std::string, int> results_;
 };
 

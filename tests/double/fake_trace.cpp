@@ -1,5 +1,7 @@
 #include "fake_trace.h"
 
+#include "fake_bus.h"
+
 #include <cstdarg>
 #include <cstdio>
 #include <mutex>
@@ -83,7 +85,17 @@ std::vector<std::string> trace_texts() {
 
 } // namespace fake
 
+// Lean: formatted onto /dev/null, as printf formats onto a console, and
+// counted.
 extern "C" int dov_vvlan_trace_printf(const char *format, ...) {
+    if (!fake::recording()) {
+        static FILE *sink = std::fopen("/dev/null", "w");
+        va_list ap;
+        va_start(ap, format);
+        const int n = std::vfprintf(sink, format, ap);
+        va_end(ap);
+        return n;
+    }
     char buf[1024];
     va_list ap;
     va_start(ap, format);
