@@ -53,8 +53,11 @@ oui_echo oui_echo_codec::decode(const uint8_t *bytes) {
 std::array<uint8_t, oui_echo_codec::size> oui_echo_codec::encode(const oui_echo &v) {
     std::array<uint8_t, size> out{};
     be16_put(out.data(), v.pre_entry_idx);
-    const auto record = oui_oper_codec::encode(v.record);
-    std::copy(record.begin(), record.end(), out.data() + 2);
+    uint8_t *record = out.data() + 2;
+    put_mac(record, v.record.mac);
+    put_mac(record + 6, v.record.mask);
+    record[12] = v.record.enable;
+    std::copy(v.record.extra.begin(), v.record.extra.end(), record + 13);
     return out;
 }
 

@@ -1,5 +1,6 @@
 #include "port_map.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <fstream>
@@ -55,24 +56,24 @@ PortMap PortMap::front_panel() {
     return PortMap(std::move(entries));
 }
 
-bool PortMap::ifx_of(uint32_t phyid, uint32_t &ifx) const noexcept {
-    for (const PortMapEntry &entry : entries_) {
-        if (entry.phyid == phyid) {
-            ifx = entry.ifx;
-            return true;
-        }
+// The first entry whose `from` field is `key` gives its `to` field.
+bool PortMap::lookup(uint32_t PortMapEntry::*from, uint32_t PortMapEntry::*to, uint32_t key,
+                     uint32_t &out) const noexcept {
+    const auto it = std::find_if(entries_.begin(), entries_.end(),
+                                 [&](const PortMapEntry &e) { return e.*from == key; });
+    if (it == entries_.end()) {
+        return false;
     }
-    return false;
+    out = (*it).*to;
+    return true;
+}
+
+bool PortMap::ifx_of(uint32_t phyid, uint32_t &ifx) const noexcept {
+    return lookup(&PortMapEntry::phyid, &PortMapEntry::ifx, phyid, ifx);
 }
 
 bool PortMap::phyid_of(uint32_t ifx, uint32_t &phyid) const noexcept {
-    for (const PortMapEntry &entry : entries_) {
-        if (entry.ifx == ifx) {
-            phyid = entry.phyid;
-            return true;
-        }
-    }
-    return false;
+    return lookup(&PortMapEntry::ifx, &PortMapEntry::phyid, ifx, phyid);
 }
 
 bool load_port_map(const std::string &path, std::vector<PortMapEntry> &entries,

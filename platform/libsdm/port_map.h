@@ -30,6 +30,8 @@ class PortMap {
     bool phyid_of(uint32_t ifx, uint32_t &phyid) const noexcept;
 
   private:
+    bool lookup(uint32_t PortMapEntry::*from, uint32_t PortMapEntry::*to, uint32_t key,
+                uint32_t &out) const noexcept;
     std::vector<PortMapEntry> entries_;
 };
 

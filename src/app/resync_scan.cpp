@@ -16,30 +16,17 @@ struct reread_row {
     tukredis_handler handler;
 };
 
-constexpr std::array<reread_row, REREAD_FAMILIES> make_reread() {
-    std::array<reread_row, REREAD_FAMILIES> rows{};
-    for (std::size_t i = 0; i < rows.size(); ++i) {
-        const key_family f = REREAD_ORDER[i];
-        rows[i] = reread_row{family_decl(f).reread_db, pattern_of(f), handler_of(f)};
-    }
-    return rows;
-}
-
-constexpr std::array<pattern_text, SWEPT_FAMILIES> make_swept() {
-    std::array<pattern_text, SWEPT_FAMILIES> patterns{};
-    for (std::size_t i = 0; i < patterns.size(); ++i) {
-        patterns[i] = pattern_of(SWEPT_ORDER[i]);
-    }
-    return patterns;
+constexpr reread_row reread_row_of(key_family f) {
+    return reread_row{family_decl(f).reread_db, pattern_of(f), handler_of(f)};
 }
 
 // Settings first, then the VLAN id, ports, OUIs, the MAC-VLAN table, and the
 // load-complete marker last, so that its copy in database 0 is written only
 // once everything before it has been applied.
-constexpr std::array<reread_row, REREAD_FAMILIES> REREAD = make_reread();
+constexpr auto REREAD = map_families<reread_row>(REREAD_ORDER, reread_row_of);
 // What this daemon publishes in database 0 under configuration names.
 // "/bridge/vvlan/data/end" is not among them: its copy survives.
-constexpr std::array<pattern_text, SWEPT_FAMILIES> SWEPT = make_swept();
+constexpr auto SWEPT = map_families<pattern_text>(SWEPT_ORDER, pattern_of);
 
 } // namespace
 

@@ -32,17 +32,10 @@ constexpr tukredis_sub_row sub_row_of(key_family f) {
     return row;
 }
 
-constexpr std::array<tukredis_sub_row, SUB_TABLE_ROWS> make_sub_table() {
-    std::array<tukredis_sub_row, SUB_TABLE_ROWS> table{};
-    for (std::size_t i = 0; i < table.size(); ++i) {
-        table[i] = sub_row_of(SUBSCRIPTION_ORDER[i]);
-    }
-    return table;
-}
-
 } // namespace
 
 // Static, initialised data: the rows in their declared order (the library's
 // dispatch order only; re-synchronisation reads in its own order). Rows 9
 // and 10 are exact keys.
-constinit const std::array<tukredis_sub_row, SUB_TABLE_ROWS> g_sub_table = make_sub_table();
+constinit const std::array<tukredis_sub_row, SUB_TABLE_ROWS> g_sub_table =
+    map_families<tukredis_sub_row>(SUBSCRIPTION_ORDER, sub_row_of);

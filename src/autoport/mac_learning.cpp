@@ -48,7 +48,7 @@ fw_check oui_fw_check(std::string_view key, uint32_t *ifx, mac_addr *mac) {
 bool is_vvlan_oui(const mac_addr &mac, uint16_t *idx) {
     const std::size_t i =
         for_each_enabled_oui(TRACE_SITE, [&](std::size_t, const vvlan_oui_oper &e) {
-            return mac_and(mac, e.mask) == e.mac;
+            return mac_equal(mac_and(mac, e.mask), e.mac);
         });
     if (i == VVLAN_OUI_MAX) {
         TRACE_INFO("isn't vvlan  oui start");
@@ -131,16 +131,13 @@ int32_t get_mac_notify_pmsg_f(tukredis_pmsg *pmsg) {
     }
     uint32_t ifx = 0;
     mac_addr mac{};
-    switch (oui_fw_check(pmsg_key(pmsg), &ifx, &mac)) {
-    case fw_check::proceed:
-        break;
-    case fw_check::ignore:
-        return 0;
-    case fw_check::fail:
+    const fw_check check = oui_fw_check(pmsg_key(pmsg), &ifx, &mac);
+    if (check == fw_check::fail) {
         TRACE_INFO("oui_fw_check failed");
         return -11;
-    case fw_check::bad_key:
-        return -4;
+    }
+    if (check != fw_check::proceed) {
+        return check == fw_check::ignore ? 0 : -4; // another VLAN or port; a bad key
     }
     uint16_t idx = 0;
     if (!is_vvlan_oui(mac, &idx)) {

@@ -39,7 +39,7 @@ spec_oui_result set_spec_oui(bool is_set, const mac_addr &mac, int32_t phyid) {
     int found = -1;
     bool refused = false;
     for_each_enabled_oui(here, [&](std::size_t i, const vvlan_oui_oper &entry) {
-        if (entry.mac != mac) {
+        if (!mac_equal(entry.mac, mac)) {
             return false;
         }
         TRACE_INFO_AT(here, "find oui in oui buffer!");
@@ -122,14 +122,13 @@ int32_t get_spec_oui_pmsg_f(tukredis_pmsg *pmsg) {
     if (!get_auto_oui_key(pmsg_key(pmsg), &mac, &phyid)) {
         return -4;
     }
-    switch (set_spec_oui(is_set, mac, phyid)) {
-    case spec_oui_result::done:
-        break;
-    case spec_oui_result::refused:
-        return 0;
-    case spec_oui_result::fail:
+    const spec_oui_result result = set_spec_oui(is_set, mac, phyid);
+    if (result == spec_oui_result::fail) {
         TRACE_INFO("set_spec_oui failed");
         return -11;
+    }
+    if (result == spec_oui_result::refused) {
+        return 0; // a second set for an OUI already in force: nothing changes
     }
     TRACE_INFO("get_spec_oui_pmsg_f end");
     return 0;

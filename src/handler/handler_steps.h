@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <span>
 #include <string_view>
@@ -13,16 +14,37 @@
 #include "trace/trace.h"
 #include "tukredis.h"
 
+// These run at the start of every notification, so they are inline: the
+// opening costs what it did when every handler spelled it out.
+
 // The key of a record, never read past its 128 bytes.
-std::string_view pmsg_key(const tukredis_pmsg *pmsg);
+inline std::string_view pmsg_key(const tukredis_pmsg *pmsg) {
+    return std::string_view(pmsg->key, strnlen(pmsg->key, sizeof pmsg->key));
+}
 
 // "<func> start".
-void trace_start(trace_site site);
+inline void trace_start(trace_site site) {
+    TRACE_INFO_AT(site, "%s start", site.func);
+}
+
 // A null record: "pmsg is null" at error level; the handler returns -4.
-bool pmsg_missing(trace_site site, const tukredis_pmsg *pmsg);
+inline bool pmsg_missing(trace_site site, const tukredis_pmsg *pmsg) {
+    if (pmsg != nullptr) {
+        return false;
+    }
+    TRACE_ERR_AT(site, "pmsg is null");
+    return true;
+}
+
 // An expiry (code 9) changes nothing: "not care CMD_EXPIRE event" at error
 // level; the handler returns 0.
-bool expiry_ignored(trace_site site, const tukredis_pmsg *pmsg);
+inline bool expiry_ignored(trace_site site, const tukredis_pmsg *pmsg) {
+    if (pmsg->cmd != TUKREDIS_CMD_EXPIRE) {
+        return false;
+    }
+    TRACE_ERR_AT(site, "not care CMD_EXPIRE event");
+    return true;
+}
 
 // Most handlers trace the record before they test for an expiry; the
 // MAC-learning and specified-OUI handlers test first.
@@ -31,8 +53,21 @@ enum class expiry_test { after_record, before_record };
 // The common opening: start line, null record, record line and expiry, in
 // the handler's order. Returns the handler's result when it ends here, and
 // nothing when it goes on.
-std::optional<int32_t> handler_open(trace_site site, const tukredis_pmsg *pmsg,
-                                    expiry_test order = expiry_test::after_record);
+inline std::optional<int32_t> handler_open(trace_site site, const tukredis_pmsg *pmsg,
+                                           expiry_test order = expiry_test::after_record) {
+    trace_start(site);
+    if (pmsg_missing(site, pmsg)) {
+        return -4;
+    }
+    if (order == expiry_test::before_record && expiry_ignored(site, pmsg)) {
+        return 0;
+    }
+    TRACE_PMSG_AT(site, pmsg);
+    if (order == expiry_test::after_record && expiry_ignored(site, pmsg)) {
+        return 0;
+    }
+    return std::nullopt;
+}
 
 enum class value_read {
     ok,
@@ -49,8 +84,27 @@ constexpr int32_t read_failure_result(value_read r) {
 // Reads the value and checks that it holds at least `need` bytes, tracing a
 // failure, an absent value ("<record> is NULL\n", with its extra newline) or a
 // short one under the caller's name.
-value_read read_value_bytes(trace_site site, tukredis_pmsg *pmsg, const char *record,
-                            std::size_t need, std::span<const uint8_t> *bytes);
+// The pointer starts null, whatever the reader promises, so that a reader
+// that leaves it alone can never make a handler read garbage.
+inline value_read read_value_bytes(trace_site site, tukredis_pmsg *pmsg, const char *record,
+                                   std::size_t need, std::span<const uint8_t> *bytes) {
+    char *value = nullptr;
+    uint32_t len = 0;
+    if (tukredis_get_key_reply_strval(pmsg->reply, &value, &len) != 0) {
+        TRACE_ERR_AT(site, "get value fail");
+        return value_read::failed;
+    }
+    if (value == nullptr) {
+        TRACE_ERR_AT(site, "%s is NULL\n", record);
+        return value_read::absent;
+    }
+    if (len < need) {
+        TRACE_ERR_AT(site, "%s is too short, len=%u", record, len);
+        return value_read::short_value;
+    }
+    *bytes = std::span<const uint8_t>(reinterpret_cast<const uint8_t *>(value), len);
+    return value_read::ok;
+}
 
 // A record of the codec's layout, or the reason there is none. A short value
 // is refused like an absent one, so nothing is ever read past a value.

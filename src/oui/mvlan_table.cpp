@@ -117,7 +117,7 @@ bool add_mvlan(mac_vlan_value *value, int32_t index) {
     // not applied to the MAC-VLAN address.
     const std::size_t slot =
         for_each_enabled_oui(TRACE_SITE, [&](std::size_t, const vvlan_oui_oper &oui) {
-            return oui.mac == *entry.mvlan_oui;
+            return mac_equal(oui.mac, *entry.mvlan_oui);
         });
     if (slot == VVLAN_OUI_MAX) {
         return true;
@@ -146,7 +146,7 @@ void del_mvlan(int32_t index) {
     if (entry.oui_flag != 0) {
         const trace_site here = TRACE_SITE;
         for_each_enabled_oui(here, [&](std::size_t i, const vvlan_oui_oper &oui) {
-            if (oui.mac == *entry.mvlan_oui) {
+            if (mac_equal(oui.mac, *entry.mvlan_oui)) {
                 TRACE_INFO_AT(here, "find oui in g_vvlan_oui_table[%d].mac", static_cast<int>(i));
                 set_mvlan_redis(static_cast<uint16_t>(i), 0);
                 entry.oui_flag = 0;

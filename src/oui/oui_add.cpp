@@ -22,7 +22,7 @@ void find_mvlan_oui(const vvlan_oui_oper &rec, uint16_t slot) {
     for (std::size_t i = 0; i < g_mvlan_table.size(); ++i) {
         mvlan_entry &entry = g_mvlan_table[i];
         if (entry.mvlan_vid != g_vvlan_table.vid || !entry.mvlan_oui ||
-            *entry.mvlan_oui != rec.mac) {
+            !mac_equal(*entry.mvlan_oui, rec.mac)) {
             continue;
         }
         set_mvlan_redis(slot, 1);
@@ -50,7 +50,7 @@ bool add_oui(const vvlan_oui_oper *rec, uint16_t *slot_out) {
     } else {
         const trace_site here = TRACE_SITE;
         slot = for_each_enabled_oui(here, [&](std::size_t i, const vvlan_oui_oper &entry) {
-            if (entry.mac != rec->mac) {
+            if (!mac_equal(entry.mac, rec->mac)) {
                 return false;
             }
             TRACE_INFO_AT(here, "This oui is already exist , i=%d", static_cast<int>(i));

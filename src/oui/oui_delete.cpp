@@ -56,7 +56,7 @@ bool del_oui(const mac_addr &mac, const mac_addr &mask) {
         for_each_enabled_oui(here, [&](std::size_t, const vvlan_oui_oper &entry) {
             tmp_mac = mac_and(mac, entry.mask);
             TRACE_INFO_AT(here, "tmp_mac=0x%02x%02x%02x%02x%02x%02x", MAC_ARGS(tmp_mac));
-            return entry.mac == tmp_mac;
+            return mac_equal(entry.mac, tmp_mac);
         });
     if (slot == VVLAN_OUI_MAX) {
         TRACE_INFO("can't find oui in g_vvlan_oui_table, something wrong!");
@@ -93,7 +93,7 @@ bool del_oui(const mac_addr &mac, const mac_addr &mask) {
 
     for (std::size_t i = 0; i < g_mvlan_table.size(); ++i) {
         mvlan_entry &entry = g_mvlan_table[i];
-        if (entry.oui_flag == 0 || !entry.mvlan_oui || *entry.mvlan_oui != tmp_mac) {
+        if (entry.oui_flag == 0 || !entry.mvlan_oui || !mac_equal(*entry.mvlan_oui, tmp_mac)) {
             continue;
         }
         set_mvlan_redis(static_cast<uint16_t>(slot), 0);

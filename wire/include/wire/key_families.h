@@ -156,6 +156,16 @@ constexpr int reread_rank(const key_family_decl &d) {
 
 } // namespace key_family_detail
 
+// A table with one element per family of an order, made at compile time.
+template <typename T, std::size_t N, typename Fn>
+constexpr std::array<T, N> map_families(const std::array<key_family, N> &order, Fn make) {
+    std::array<T, N> out{};
+    for (std::size_t i = 0; i < N; ++i) {
+        out[i] = make(order[i]);
+    }
+    return out;
+}
+
 // The subscription table's rows, in row order.
 inline constexpr std::size_t SUBSCRIBED_FAMILIES =
     key_family_detail::count(key_family_detail::subscribed);
