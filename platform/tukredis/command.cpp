@@ -8,6 +8,7 @@
 #include "api.h"
 #include "api_guard.h"
 #include "log.h"
+#include "stats.h"
 
 namespace tukredis {
 namespace {
@@ -163,6 +164,7 @@ bool CommandConnection::settle_locked(std::string &why) {
         lose_locked(why);
         return false;
     }
+    count(stats().exchanges);
     return collect_locked(deadline, why);
 }
 
@@ -186,6 +188,7 @@ bool CommandConnection::send(int32_t db, std::string_view command, std::string &
     }
     redisAppendFormattedCommand(context, command.data(), command.size());
     ++pending_;
+    count(stats().deferred);
     if (sdslen(context->obuf) >= kFlushBytes) {
         // Sent now; the replies are read when they are many or at settle().
         const Deadline deadline(kDefaultCommandTimeout);
@@ -226,6 +229,7 @@ bool CommandConnection::run(int32_t db, const std::vector<std::string> &commands
         lose_locked(why);
         return false;
     }
+    count(stats().exchanges);
     // The deferred writes sent before these commands answer first.
     if (!collect_locked(deadline, why)) {
         return false;
