@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <fstream>
 #include <stdexcept>
+#include <thread>
 
 #include "records.h"
 
@@ -70,7 +71,38 @@ double DaemonRun::start() {
     if (!observer_.wait(0, kMarker, "set", 600s, at)) {
         throw std::runtime_error("the daemon did not copy the marker:\n" + process_->stderr_text());
     }
+    connected_ = at;
     return std::chrono::duration<double>(at - started).count();
+}
+
+// The id of the client subscribed to the daemon's eleven patterns.
+std::string daemon_subscription(Pipeline &load) {
+    redisReply *reply = load.run(0, {"CLIENT", "LIST"});
+    const std::string text(reply->str, reply->len);
+    freeReplyObject(reply);
+    size_t line = 0;
+    while (line < text.size()) {
+        const size_t end = text.find('\n', line);
+        const std::string client = text.substr(line, end - line);
+        if (client.find(" psub=11 ") != std::string::npos) {
+            const size_t id = client.find("id=") + 3;
+            return client.substr(id, client.find(' ', id) - id);
+        }
+        line = end == std::string::npos ? text.size() : end + 1;
+    }
+    throw std::runtime_error("the daemon's subscription is not among the clients");
+}
+
+double DaemonRun::resync_after_cut() {
+    // The bus library reconnects at once only after a session of a second
+    // or more; a shorter one is taken for a server that drops it and paced.
+    std::this_thread::sleep_until(connected_ + std::chrono::milliseconds(1100));
+    const std::string id = daemon_subscription(load_);
+    observer_.discard();
+    const Clock::time_point cut = Clock::now();
+    freeReplyObject(load_.run(0, {"CLIENT", "KILL", "ID", id}));
+    connected_ = wait_marker();
+    return std::chrono::duration<double>(connected_ - cut).count();
 }
 
 void DaemonRun::queue_marker() {

@@ -26,6 +26,10 @@ class DaemonRun {
     // Starts the daemon; seconds until its re-synchronisation has copied the
     // load-complete marker.
     double start();
+    // Cuts the daemon's subscription connection (CLIENT KILL ID); seconds
+    // until the re-synchronisation that follows its reconnection has copied
+    // the marker. This is the re-synchronisation without the process start.
+    double resync_after_cut();
     // Writes a new marker value; the time when its copy appears. Everything
     // written before it has been handled by then.
     Clock::time_point barrier();
@@ -48,6 +52,7 @@ class DaemonRun {
     Pipeline &load_;
     std::unique_ptr<integration::daemon_process> process_;
     int marker_ = 1000;
+    Clock::time_point connected_{};
 };
 
 // Voice VLAN 100, 124 OUIs, 53 automatic ports, 128 MAC-VLAN entries.

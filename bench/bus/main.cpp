@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <optional>
@@ -28,7 +29,7 @@ struct Options {
     size_t pings = 5000;
     size_t memory_notifications = 1000000;
     std::vector<size_t> mac_tables = {10000, 100000, 400000};
-    int runs = 3;
+    int runs = 5;
     std::string out = "bus_bench";
     DaemonBinary pc{"PC", DOV_VVLAN_BUS_BENCH_DAEMON, {}, DOV_VVLAN_BUS_BENCH_SYSROOT};
     std::optional<DaemonBinary> mips;
@@ -101,8 +102,13 @@ std::string machine_line(Pipeline &load) {
         version = text.substr(at + 14, text.find('\r', at) - at - 14);
     }
     freeReplyObject(reply);
+    double average[1] = {0};
+    getloadavg(average, 1);
+    char busy[32];
+    std::snprintf(busy, sizeof busy, "%.1f", average[0]);
     return std::to_string(sysconf(_SC_NPROCESSORS_ONLN)) + " cores (" + cpu + "), Linux " +
-           names.release + ", redis-server " + version + ", Unix socket";
+           names.release + ", redis-server " + version + ", Unix socket; load average " + busy +
+           " at the start";
 }
 
 } // namespace
@@ -138,21 +144,6 @@ int main(int argc, char **argv) {
     r.values["ping_p50_us"] = ping.p50;
     r.values["ping_p99_us"] = ping.p99;
 
-    std::map<std::string, double> rate;
-    for (const ConsumerKind kind : {ConsumerKind::hiredis, ConsumerKind::raw, ConsumerKind::bus}) {
-        for (const bool backlog : {true, false}) {
-            std::vector<double> runs;
-            for (int i = 0; i < o.runs; ++i) {
-                runs.push_back(ceiling_rate(kind, socket, load, churn, backlog));
-            }
-            const std::string name =
-                std::string(consumer_name(kind)) + (backlog ? "_backlog" : "_live");
-            rate[name] = median(runs);
-            r.values[name + "_per_s"] = rate[name];
-            std::fprintf(stderr, "bus bench: %s %.0f/s\n", name.c_str(), rate[name]);
-        }
-    }
-
     std::vector<double> bare_rt;
     std::vector<double> bare_pipe;
     for (int i = 0; i < 5; ++i) {
@@ -163,7 +154,10 @@ int main(int argc, char **argv) {
     r.values["bare_resync_pipelined_ms"] = median(bare_pipe) * 1e3;
 
     // The daemons: drains, joins, re-synchronisation of full tables, memory.
-    const auto run_daemon = [&](const DaemonBinary &binary, const std::string &tag) {
+    // The ceilings are measured in the same rounds, interleaved with the
+    // daemon's drains, so that a busy moment of the machine falls on both;
+    // the daemon is stopped meanwhile and catches up before its own turn.
+    const auto run_daemon = [&](const DaemonBinary &binary, const std::string &tag, bool ceilings) {
         DaemonRun daemon(binary, socket, observer, load);
         std::vector<double> resync;
         for (int i = 0; i < std::max(o.runs, 3); ++i) {
@@ -171,19 +165,38 @@ int main(int argc, char **argv) {
             resync.push_back(daemon.start());
         }
         r.values[tag + "resync_full_ms"] = median(resync) * 1e3;
+        std::vector<double> cut;
+        for (int i = 0; i < std::max(o.runs, 3); ++i) {
+            cut.push_back(daemon.resync_after_cut());
+        }
+        r.values[tag + "resync_after_cut_ms"] = median(cut) * 1e3;
         const long rss_start = daemon.rss_kib();
         load.add(0, {"SET", learned_key(6, 0xffff0000U), ""});
         daemon.barrier();
         size_t handled = 0;
-        for (const bool backlog : {true, false}) {
-            std::vector<double> runs;
-            for (int i = 0; i < o.runs; ++i) {
-                runs.push_back(daemon_rate(daemon, load, churn, backlog));
+        std::map<std::string, std::vector<double>> runs;
+        for (int round = 0; round < o.runs; ++round) {
+            if (ceilings) {
+                daemon.pause();
+                for (const ConsumerKind kind :
+                     {ConsumerKind::hiredis, ConsumerKind::raw, ConsumerKind::bus}) {
+                    for (const bool backlog : {true, false}) {
+                        runs[std::string(consumer_name(kind)) + (backlog ? "_backlog" : "_live")]
+                            .push_back(ceiling_rate(kind, socket, load, churn, backlog));
+                    }
+                }
+                daemon.resume();
+                daemon.barrier();
+            }
+            for (const bool backlog : {true, false}) {
+                runs[tag + (backlog ? "daemon_backlog" : "daemon_live")].push_back(
+                    daemon_rate(daemon, load, churn, backlog));
                 handled += churn.size();
             }
-            const std::string name = tag + (backlog ? "daemon_backlog" : "daemon_live");
-            r.values[name + "_per_s"] = median(runs);
-            std::fprintf(stderr, "bus bench: %s %.0f/s\n", name.c_str(), median(runs));
+        }
+        for (const auto &[name, values] : runs) {
+            r.values[name + "_per_s"] = median(values);
+            std::fprintf(stderr, "bus bench: %s %.0f/s\n", name.c_str(), median(values));
         }
         const std::vector<double> joins = join_latencies(daemon, load, observer, o.joins);
         const Distribution join = distribution(joins);
@@ -200,9 +213,9 @@ int main(int argc, char **argv) {
             r.values["rss_after_notifications"] = static_cast<double>(handled);
         }
     };
-    run_daemon(o.pc, "");
+    run_daemon(o.pc, "", true);
     if (o.mips) {
-        run_daemon(*o.mips, "mips_");
+        run_daemon(*o.mips, "mips_", false);
     }
 
     // Re-synchronisation with the MAC table in database 0.

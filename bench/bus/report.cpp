@@ -87,15 +87,18 @@ void fill_report(Report &r, const std::vector<size_t> &mac_tables, bool mips) {
                       fixed(join50 / ping50, 1) + "× / " + fixed(join99 / ping99, 1) + "×",
                       "p99 ≤ 2 × PING p99: " + verdict(join99 <= 2 * ping99)});
     const double resync = at(r, "resync_full_ms");
+    const double cut = at(r, "resync_after_cut_ms");
     const double bare_rt = at(r, "bare_resync_round_trips_ms");
     const double bare_pipe = at(r, "bare_resync_pipelined_ms");
-    r.rows.push_back({"Re-synchronisation of full tables (124 OUIs, 53 ports, 128 MAC-VLAN "
-                      "entries): start to the marker's copy",
-                      fixed(resync, 1) + " ms",
-                      "bare client, a round trip per command " + fixed(bare_rt, 1) +
-                          " ms; pipelined per SCAN batch " + fixed(bare_pipe, 1) + " ms",
-                      fixed(resync / bare_rt, 2) + "; " + fixed(resync / bare_pipe, 2),
-                      "≤ 1.5 × pipelined: " + verdict(resync <= 1.5 * bare_pipe)});
+    r.rows.push_back(
+        {"Re-synchronisation of full tables (124 OUIs, 53 ports, 128 MAC-VLAN "
+         "entries) to the marker's copy: from a cut connection / from the "
+         "process start",
+         fixed(cut, 1) + " / " + fixed(resync, 1) + " ms",
+         "bare client, a round trip per command " + fixed(bare_rt, 1) +
+             " ms; pipelined per SCAN batch " + fixed(bare_pipe, 1) + " ms",
+         fixed(cut / bare_rt, 2) + "; " + fixed(cut / bare_pipe, 2) + " (from the cut)",
+         "≤ 1.5 × pipelined: " + verdict(cut <= 1.5 * bare_pipe)});
     double previous = 0;
     for (const size_t keys : mac_tables) {
         const std::string tag = "mac" + std::to_string(keys) + "_";
