@@ -161,10 +161,14 @@ int raw_consumer(const std::string &socket_path, size_t count) {
 }
 
 std::atomic<size_t> g_learnings{0};
+size_t g_target = 0;
 
+// Wakes the waiting thread only once, at the last notification: a wake per
+// notification would cost the consumer a system call each.
 int32_t count_learning(tukredis_pmsg *) {
-    g_learnings.fetch_add(1, std::memory_order_release);
-    g_learnings.notify_one();
+    if (g_learnings.fetch_add(1, std::memory_order_release) + 1 == g_target) {
+        g_learnings.notify_one();
+    }
     return 0;
 }
 
@@ -193,6 +197,7 @@ int bus_consumer(const std::string &socket_path, size_t count) {
         tukredis_db_psubscrible() != 0) {
         return 2;
     }
+    g_target = count;
     say("ready\n");
     hear();
     std::thread([] { tukredis_pubsub(); }).detach();

@@ -109,11 +109,15 @@ void DaemonRun::queue_marker() {
     load_.add(1, {"SET", kMarker, std::to_string(++marker_)});
 }
 
+// Waits in slices, so that a daemon that died is noticed at once.
 Clock::time_point DaemonRun::wait_marker() {
     Clock::time_point at;
-    if (!observer_.wait(0, kMarker, "set", 600s, at)) {
-        throw std::runtime_error("the daemon fell behind or stopped:\n" +
-                                 (process_ ? process_->stderr_text() : std::string()));
+    const Clock::time_point until = Clock::now() + 600s;
+    while (!observer_.wait(0, kMarker, "set", 100ms, at)) {
+        if (!process_ || !process_->running() || Clock::now() > until) {
+            throw std::runtime_error("the daemon stopped or fell behind:\n" +
+                                     (process_ ? process_->stderr_text() : std::string()));
+        }
     }
     return at;
 }

@@ -78,7 +78,7 @@ Options parse(int argc, char **argv) {
     }
     if (!target_path.empty()) {
         o.mips = DaemonBinary{
-            "MIPS (qemu-mips)", target_path, {"qemu-mips", "-L", o.target_libc}, target_sysroot};
+            "MIPS (qemu-mips)", target_path, {DOV_VVLAN_BUS_BENCH_QEMU, "-L", o.target_libc}, target_sysroot};
     }
     return o;
 }

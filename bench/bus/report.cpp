@@ -169,7 +169,7 @@ void write_report(const Report &r, const std::string &stem) {
 
     {
         std::ofstream drain(stem + "-drain.dat");
-        drain << "consumer backlog live\n";
+        drain << "# consumer, backlog and live (million per second)\n";
         for (const char *name : {"hiredis", "raw", "bus", "daemon", "mips_daemon"}) {
             const std::string key = name;
             if (r.values.count(key + "_backlog_per_s") != 0) {
@@ -182,7 +182,7 @@ void write_report(const Report &r, const std::string &stem) {
     write_cdf(stem + "-ping.dat", r.ping_us);
     {
         std::ofstream gp(stem + ".gp");
-        gp << "set terminal pngcairo size 1200,480\nset output '" << stem << ".png'\n"
+        gp << "set terminal pngcairo noenhanced size 1200,480\nset output '" << stem << ".png'\n"
            << "set multiplot layout 1,2\n"
            << "set title 'Drain rate, million notifications per second'\n"
            << "set style data histograms\nset style histogram clustered\n"
