@@ -77,8 +77,10 @@ Options parse(int argc, char **argv) {
         }
     }
     if (!target_path.empty()) {
-        o.mips = DaemonBinary{
-            "MIPS (qemu-mips)", target_path, {DOV_VVLAN_BUS_BENCH_QEMU, "-L", o.target_libc}, target_sysroot};
+        o.mips = DaemonBinary{"MIPS (qemu-mips)",
+                              target_path,
+                              {DOV_VVLAN_BUS_BENCH_QEMU, "-L", o.target_libc},
+                              target_sysroot};
     }
     return o;
 }
