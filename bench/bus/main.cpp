@@ -113,6 +113,8 @@ std::string machine_line(Pipeline &load) {
            " at the start";
 }
 
+int run(const Options &o);
+
 } // namespace
 
 int main(int argc, char **argv) {
@@ -123,7 +125,17 @@ int main(int argc, char **argv) {
                                                  : ConsumerKind::bus;
         return consumer_main(k, argv[3], std::stoul(argv[4]));
     }
-    const Options o = parse(argc, argv);
+    try {
+        return run(parse(argc, argv));
+    } catch (const std::exception &e) {
+        std::fprintf(stderr, "bus bench: %s\n", e.what());
+        return 1;
+    }
+}
+
+namespace {
+
+int run(const Options &o) {
     testsupport::RedisServer server;
     server.start();
     const std::string socket = server.socket_path();
@@ -240,3 +252,5 @@ int main(int argc, char **argv) {
     write_report(r, o.out);
     return 0;
 }
+
+} // namespace
