@@ -67,10 +67,7 @@ double DaemonRun::start() {
     observer_.discard();
     const Clock::time_point started = Clock::now();
     process_->start();
-    Clock::time_point at;
-    if (!observer_.wait(0, kMarker, "set", 600s, at)) {
-        throw std::runtime_error("the daemon did not copy the marker:\n" + process_->stderr_text());
-    }
+    const Clock::time_point at = wait_marker();
     connected_ = at;
     return std::chrono::duration<double>(at - started).count();
 }
