@@ -28,6 +28,8 @@ packages=(
     libhiredis-dev redis-server
     googletest libgtest-dev libgmock-dev libbenchmark-dev
     clang-format valgrind
+    # the bus benchmark's plot (bench/bus)
+    gnuplot-nox
     # the handler fuzzer (tools/fuzz): clang with its libFuzzer runtime
     clang libclang-rt-14-dev
     # target build: MIPS32r2 big-endian toolchain, its libc/libstdc++, and

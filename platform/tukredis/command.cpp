@@ -8,6 +8,7 @@
 #include "api.h"
 #include "api_guard.h"
 #include "log.h"
+#include "stats.h"
 
 namespace tukredis {
 namespace {
@@ -40,7 +41,15 @@ int32_t read_database_count(redisContext *context, const Deadline &deadline, std
     return static_cast<int32_t>(count);
 }
 
+// Deferred writes are sent once this much output has gathered, and their
+// replies read once this many are owed: enough to fill a pipeline, little
+// enough that neither buffer grows without bound during a long scan.
+constexpr size_t kFlushBytes = 64 * 1024;
+constexpr size_t kMostPending = 1024;
+
 } // namespace
+
+thread_local bool DeferWrites::active_ = false;
 
 CommandConnection &command_connection() {
     static CommandConnection *const instance = new CommandConnection;
@@ -54,13 +63,25 @@ bool CommandConnection::connect(const Address &address, std::string &why) {
 
 void CommandConnection::drop() {
     const std::lock_guard lock(mutex_);
+    // Deferred writes go out before the connection is replaced.
+    std::string why;
+    if (context_ && !settle_locked(why)) {
+        report_failure("deferred writes before reconnecting", why);
+    }
     context_.reset();
     selected_db_ = 0;
+    pending_ = 0;
+}
+
+size_t CommandConnection::pending() const {
+    const std::lock_guard lock(mutex_);
+    return pending_;
 }
 
 bool CommandConnection::connect_locked(const Address &address, std::string &why) {
     context_.reset();
     selected_db_ = 0; // a new connection starts in database 0
+    pending_ = 0;
     ContextPtr context = open_bus_connection(address, kDefaultCommandTimeout, why);
     if (!context) {
         return false;
@@ -75,6 +96,10 @@ bool CommandConnection::connect_locked(const Address &address, std::string &why)
 }
 
 bool CommandConnection::usable_locked(std::string &why) {
+    if (context_ && pending_ > 0) {
+        // Replies are owed: a closed connection shows when they are read.
+        return true;
+    }
     if (context_) {
         // Between exchanges nothing may arrive on this connection, so anything
         // readable is the server closing it (restart, CLIENT KILL, timeout).
@@ -101,6 +126,81 @@ void CommandConnection::lose_locked(const std::string &why) {
     report_failure("command connection lost", why);
     context_.reset();
     selected_db_ = 0;
+    pending_ = 0;
+}
+
+// A database beyond the server's count is refused before anything is sent;
+// otherwise SELECT is queued when the database changes. Its reply is read
+// with those of the commands behind it.
+bool CommandConnection::select_locked(int32_t db, std::string &why) {
+    if (db < 0 || (databases_ > 0 && db >= databases_)) {
+        why = "no database " + std::to_string(db) + " on the server";
+        return false;
+    }
+    return true;
+}
+
+bool CommandConnection::collect_locked(const Deadline &deadline, std::string &why) {
+    while (pending_ > 0) {
+        const ReplyPtr reply = read_reply(context_.get(), deadline, why);
+        if (!reply) {
+            lose_locked(why);
+            return false;
+        }
+        --pending_;
+        if (reply->type == REDIS_REPLY_ERROR) {
+            report_failure("command refused", std::string(reply_text(reply.get())));
+        }
+    }
+    return true;
+}
+
+bool CommandConnection::settle_locked(std::string &why) {
+    if (!context_ || (pending_ == 0 && sdslen(context_->obuf) == 0)) {
+        return true;
+    }
+    const Deadline deadline(kDefaultCommandTimeout);
+    if (!flush_output(context_.get(), deadline, why)) {
+        lose_locked(why);
+        return false;
+    }
+    count(stats().exchanges);
+    return collect_locked(deadline, why);
+}
+
+bool CommandConnection::settle(std::string &why) {
+    const std::lock_guard lock(mutex_);
+    return settle_locked(why);
+}
+
+bool CommandConnection::send(int32_t db, std::string_view command, std::string &why) {
+    const std::lock_guard lock(mutex_);
+    if (!usable_locked(why) || !select_locked(db, why)) {
+        return false;
+    }
+    redisContext *context = context_.get();
+    if (db != selected_db_) {
+        const std::string number = std::to_string(db);
+        const std::string select = format_command({"SELECT", number});
+        redisAppendFormattedCommand(context, select.data(), select.size());
+        ++pending_;
+        selected_db_ = db;
+    }
+    redisAppendFormattedCommand(context, command.data(), command.size());
+    ++pending_;
+    count(stats().deferred);
+    if (sdslen(context->obuf) >= kFlushBytes) {
+        // Sent now; the replies are read when they are many or at settle().
+        const Deadline deadline(kDefaultCommandTimeout);
+        if (!flush_output(context, deadline, why)) {
+            lose_locked(why);
+            return false;
+        }
+    }
+    if (pending_ >= kMostPending) {
+        return settle_locked(why);
+    }
+    return true;
 }
 
 bool CommandConnection::run(int32_t db, const std::vector<std::string> &commands,
@@ -111,8 +211,7 @@ bool CommandConnection::run(int32_t db, const std::vector<std::string> &commands
     if (!usable_locked(why)) {
         return false;
     }
-    if (db < 0 || (databases_ > 0 && db >= databases_)) {
-        why = "no database " + std::to_string(db) + " on the server";
+    if (!select_locked(db, why)) {
         return false;
     }
     redisContext *context = context_.get();
@@ -128,6 +227,11 @@ bool CommandConnection::run(int32_t db, const std::vector<std::string> &commands
     const Deadline deadline(timeout);
     if (!flush_output(context, deadline, why)) {
         lose_locked(why);
+        return false;
+    }
+    count(stats().exchanges);
+    // The deferred writes sent before these commands answer first.
+    if (!collect_locked(deadline, why)) {
         return false;
     }
     bool selected = true;
@@ -185,11 +289,21 @@ int32_t db_command(int32_t db, int32_t timeout_ms, const char *format, va_list a
         report("cannot format command \"%s\"", format);
         return -1;
     }
+    std::string why;
+    if (DeferWrites::active()) {
+        const bool sent =
+            command_connection().send(db, std::string_view(text, static_cast<size_t>(length)), why);
+        redisFreeCommand(text);
+        if (!sent) {
+            report_failure("command failed", why);
+            return -1;
+        }
+        return 0;
+    }
     const std::string command(text, static_cast<size_t>(length));
     redisFreeCommand(text);
     const auto timeout =
         timeout_ms > 0 ? std::chrono::milliseconds(timeout_ms) : kDefaultCommandTimeout;
-    std::string why;
     const ReplyPtr reply = run_one(db, command, timeout, why);
     if (!reply) {
         report_failure("command failed", why);
@@ -204,9 +318,10 @@ int32_t db_command(int32_t db, int32_t timeout_ms, const char *format, va_list a
 
 } // namespace
 
-// wait and flags are accepted for the vendor library's signature; the host
-// library always waits for the reply, which is what wait 1 asks, and leaves
-// no reply behind on the shared connection.
+// wait and flags are accepted for the vendor library's signature. The host
+// library waits for the reply, which is what wait 1 asks, except inside a
+// handler or the re-synchronisation callback, where the command is deferred
+// (see DeferWrites) and the result only says that it was queued.
 int32_t tukredis_db_command(int32_t db, int32_t wait, int32_t timeout_ms, int32_t flags,
                             const char *format, ...) {
     (void)wait;

@@ -14,10 +14,36 @@ namespace tukredis {
 
 constexpr std::chrono::milliseconds kDefaultCommandTimeout{2000};
 
+// While one of these lives on a thread, tukredis_db_command on that thread
+// sends its command behind those before it and returns without waiting for
+// the reply. The library sets it around the handlers it calls and around the
+// re-synchronisation callback: the daemon ignores the result of every write
+// it makes there, and a round trip per write was most of the cost of a join
+// and of a re-synchronisation. Outside (the aging thread, tests) a command
+// still waits for its reply.
+class DeferWrites {
+  public:
+    DeferWrites() noexcept : previous_(active_) { active_ = true; }
+    ~DeferWrites() { active_ = previous_; }
+    DeferWrites(const DeferWrites &) = delete;
+    DeferWrites &operator=(const DeferWrites &) = delete;
+
+    static bool active() noexcept { return active_; }
+
+  private:
+    static thread_local bool active_;
+    bool previous_;
+};
+
 // Shared by the daemon's main thread (handlers, reply readers) and its aging
 // thread (writes, pattern operations), hence the mutex around every exchange.
 // The selected database is tracked so that a SELECT is sent only when the
 // database changes, pipelined in front of the command.
+//
+// Deferred writes stay in order with everything else on the connection: the
+// server runs one connection's commands in the order sent, so a later read,
+// from either thread, sees them, and a command that waits for its reply first
+// reads the replies of the deferred ones before it.
 class CommandConnection {
   public:
     // Replaces the connection by a new one to address (tukredis_db_connect).
@@ -35,15 +61,34 @@ class CommandConnection {
     bool run(int32_t db, const std::vector<std::string> &commands, std::vector<ReplyPtr> &replies,
              std::chrono::milliseconds timeout, std::string &why);
 
+    // Queues one formatted command in database db without waiting for its
+    // reply (a deferred write). The output is sent once enough has gathered,
+    // and at the latest by settle() or the next exchange. False, with why,
+    // when there is no connection or no such database.
+    bool send(int32_t db, std::string_view command, std::string &why);
+
+    // Sends whatever is queued and reads the replies of the deferred writes,
+    // reporting refused ones. False when the connection failed meanwhile.
+    bool settle(std::string &why);
+
+    // Deferred writes whose replies have not been read yet.
+    size_t pending() const;
+
   private:
     bool connect_locked(const Address &address, std::string &why);
     bool usable_locked(std::string &why);
     void lose_locked(const std::string &why);
+    bool select_locked(int32_t db, std::string &why);
+    // Reads the replies of the deferred writes; the output must have been
+    // flushed.
+    bool collect_locked(const Deadline &deadline, std::string &why);
+    bool settle_locked(std::string &why);
 
-    std::mutex mutex_;
+    mutable std::mutex mutex_;
     ContextPtr context_;
     int32_t selected_db_ = 0;
     int32_t databases_ = -1; // the server's database count, -1 when unknown
+    size_t pending_ = 0;     // replies owed to deferred writes (SELECTs included)
 };
 
 // Never destroyed: the daemon's aging thread may still write while the

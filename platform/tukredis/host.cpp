@@ -29,6 +29,8 @@ void tukredis_host_get_stats(tukredis_host_stats *out) {
     out->dropped = s.dropped.load(std::memory_order_relaxed);
     out->connect_attempts = s.connect_attempts.load(std::memory_order_relaxed);
     out->reconnections = s.reconnections.load(std::memory_order_relaxed);
+    out->deferred = s.deferred.load(std::memory_order_relaxed);
+    out->exchanges = s.exchanges.load(std::memory_order_relaxed);
 }
 
 int32_t tukredis_host_event_code(const char *event, const char *key) {
@@ -48,6 +50,8 @@ void tukredis_host_reset(void) {
         s.dropped = 0;
         s.connect_attempts = 0;
         s.reconnections = 0;
+        s.deferred = 0;
+        s.exchanges = 0;
         return 0;
     });
 }

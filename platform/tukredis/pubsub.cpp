@@ -55,26 +55,31 @@ RateLimit &drop_reports() {
     return *limit;
 }
 
-void report_dropped(std::string_view key) {
-    report_limited(drop_reports(), "not delivered: a key of %zu bytes%s", key.size(),
+void report_dropped(size_t length, std::string_view key) {
+    report_limited(drop_reports(), "not delivered: a key of %zu bytes%s", length,
                    key.find('\0') != std::string_view::npos ? " with a NUL byte" : "");
 }
 
 // One pmessage: [pmessage, pattern, channel, event]. The row is found by the
 // exact pattern the server names, which carries the database; every row with
-// that pattern gets the notification.
-void deliver(const Session &s, const redisReply *message) {
-    if (message->elements != 4) {
+// that pattern gets the notification. Nothing here allocates: the frame, the
+// prepared patterns and the record are reused for every event.
+void deliver(const Session &s, const Frame &message) {
+    if (message.elements != 4 || message.nested) {
         return;
     }
     for (size_t i = 1; i < 4; ++i) {
-        if (message->element[i]->type != REDIS_REPLY_STRING) {
+        if (message.parts[i].type != REDIS_REPLY_STRING) {
             return;
         }
     }
-    const std::string_view pattern = reply_text(message->element[1]);
-    const std::string_view channel = reply_text(message->element[2]);
-    const std::string_view event = reply_text(message->element[3]);
+    const Frame::Part &channel_part = message.parts[2];
+    const std::string_view pattern = message.parts[1].kept();
+    const std::string_view channel = channel_part.kept();
+    const std::string_view event = message.parts[3].kept();
+    if (!message.parts[1].whole() || !message.parts[3].whole()) {
+        return;
+    }
     bool checked = false;
     std::string_view key;
     int32_t code = kNotDelivered;
@@ -86,7 +91,7 @@ void deliver(const Session &s, const redisReply *message) {
         const tukredis_sub_row &entry = s.table[row];
         if (!checked) {
             checked = true;
-            const std::string prefix = channel_prefix(entry.db);
+            const std::string_view prefix = pattern.substr(0, s.prefix_lengths[row]);
             if (!channel.starts_with(prefix)) {
                 return;
             }
@@ -95,25 +100,38 @@ void deliver(const Session &s, const redisReply *message) {
             if (code == kNotDelivered) {
                 return;
             }
-            if (!deliverable_key(key)) {
+            if (!channel_part.whole() || !deliverable_key(key)) {
                 count(stats().dropped);
-                report_dropped(key);
+                report_dropped(channel_part.length - prefix.size(), key);
                 return;
             }
         }
         LazyReply reply(static_cast<int32_t>(entry.db), key);
         tukredis_pmsg pmsg = make_pmsg(static_cast<int32_t>(entry.db), key, code, reply);
-        entry.handler(&pmsg);
+        {
+            // Writes the handler makes are sent behind its notification
+            // without waiting for their replies; see DeferWrites.
+            const DeferWrites defer;
+            entry.handler(&pmsg);
+        }
         count(stats().delivered);
     }
 }
 
-void dispatch(const Session &s, const redisReply *reply) {
-    if (is_push(reply, "pmessage")) {
+void dispatch(const Session &s, const Frame &reply) {
+    if (reply.is_push("pmessage")) {
         deliver(s, reply);
     }
     // Anything else is the answer to our PING (["pong", ""] in subscribed
     // mode) or a confirmation: nothing to deliver.
+}
+
+// The writes the handlers left behind are sent and their replies read before
+// the loop waits for more events, so that none stays in the buffer while the
+// bus is quiet.
+bool settle_writes() {
+    std::string why;
+    return command_connection().settle(why);
 }
 
 int32_t psubscribe() {
@@ -128,8 +146,11 @@ int32_t psubscribe() {
     s.subscribed = false;
     s.early.clear();
     s.channel_patterns.clear();
+    s.prefix_lengths.clear();
     for (int32_t row = 0; row < s.rows; ++row) {
-        s.channel_patterns.push_back(channel_prefix(s.table[row].db) + s.table[row].pattern);
+        const std::string prefix = channel_prefix(s.table[row].db);
+        s.channel_patterns.push_back(prefix + s.table[row].pattern);
+        s.prefix_lengths.push_back(prefix.size());
     }
     // Every pattern in one command: the server subscribes them all at once,
     // so no event can fall between the subscriptions of two rows.
@@ -146,19 +167,19 @@ int32_t psubscribe() {
     }
     // The server confirms each pattern, duplicates included.
     for (size_t confirmed = 0; confirmed < s.channel_patterns.size();) {
-        ReplyPtr reply = read_reply(context, deadline, why);
-        if (!reply) {
+        if (!read_frame(context, deadline, why)) {
             lose_subscription("subscribing: " + why);
             return -1;
         }
-        if (reply->type == REDIS_REPLY_ERROR) {
-            lose_subscription("subscription refused: " + std::string(reply_text(reply.get())));
+        const Frame &reply = s.frame;
+        if (reply.type == REDIS_REPLY_ERROR) {
+            lose_subscription("subscription refused: " + std::string(reply.text()));
             return -1;
         }
-        if (is_push(reply.get(), "psubscribe")) {
+        if (reply.is_push("psubscribe")) {
             ++confirmed;
-        } else if (is_push(reply.get(), "pmessage")) {
-            s.early.push_back(std::move(reply));
+        } else if (reply.is_push("pmessage")) {
+            s.early.push_back(reply);
         }
     }
     s.subscribed = true;
@@ -167,7 +188,13 @@ int32_t psubscribe() {
     // The handlers the callback runs use the command connection; events
     // meanwhile wait on this one and are delivered by tukredis_pubsub.
     if (s.resync != nullptr) {
-        s.resync(code);
+        {
+            const DeferWrites defer;
+            s.resync(code);
+        }
+        // A write lost with the connection is not retried, as ever; the next
+        // connection's re-synchronisation makes up for it.
+        (void)settle_writes();
     }
     return 0;
 }
@@ -185,23 +212,23 @@ int32_t serve() {
     bool output_pending = false;
     for (;;) {
         while (!s.early.empty()) {
-            const ReplyPtr reply = std::move(s.early.front());
+            const Frame reply = s.early.front();
             s.early.pop_front();
-            dispatch(s, reply.get());
+            dispatch(s, reply);
         }
         // Everything already read is delivered before waiting again.
         for (;;) {
-            void *raw = nullptr;
-            if (redisGetReplyFromReader(context, &raw) != REDIS_OK) {
-                lose_subscription(context_error(context));
-                return -1;
-            }
-            if (raw == nullptr) {
+            bool error = false;
+            if (!next_frame(context, error)) {
+                if (error) {
+                    lose_subscription(context_error(context));
+                    return -1;
+                }
                 break;
             }
-            const ReplyPtr reply(static_cast<redisReply *>(raw));
-            dispatch(s, reply.get());
+            dispatch(s, s.frame);
         }
+        (void)settle_writes();
 
         const Clock::time_point due = ping_sent ? ping_sent_at + interval : quiet_since + interval;
         const Clock::time_point now = Clock::now();

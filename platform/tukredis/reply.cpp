@@ -69,8 +69,9 @@ bool LazyReply::fetch() {
         if (reply) {
             why = reply_text(reply.get());
         }
-        report_limited(fetch_reports(), "cannot read the value of \"%s\" in database %d: %s",
-                       key_.c_str(), static_cast<int>(db_), why.c_str());
+        report_limited(fetch_reports(), "cannot read the value of \"%.*s\" in database %d: %s",
+                       static_cast<int>(key_.size()), key_.data(), static_cast<int>(db_),
+                       why.c_str());
         return false;
     }
     fetched_ = true;

@@ -11,10 +11,18 @@ namespace tukredis {
 
 // Names a key and fetches its value only when a reader first asks, then keeps
 // it: most notifications are handled from the key alone, and those must not
-// cost a round trip to the server.
+// cost a round trip to the server. The key is not copied: it must outlive the
+// reply, as the notification it came with does.
 class LazyReply {
   public:
-    LazyReply(int32_t db, std::string_view key) : db_(db), key_(key) {}
+    LazyReply(int32_t db, std::string_view key) noexcept : db_(db), key_(key) {}
+
+    // A reply whose value was fetched ahead, as the scan does per batch.
+    void preset(bool present, std::string_view value) {
+        fetched_ = true;
+        present_ = present;
+        value_.assign(value);
+    }
 
     // Fetches the value unless already fetched. False when it cannot be
     // fetched (connection, wrong type); a later read tries again.
@@ -26,7 +34,7 @@ class LazyReply {
 
   private:
     int32_t db_;
-    std::string key_;
+    std::string_view key_;
     bool fetched_ = false;
     bool present_ = false;
     std::string value_;

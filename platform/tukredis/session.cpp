@@ -39,6 +39,9 @@ bool try_connect(std::string &where, std::string &why) {
     if (!command_connection().connect(address, why)) {
         return false;
     }
+    // Everything after this reads pmessages and confirmations; the keyspace
+    // flags were settled above with ordinary replies.
+    read_into(subscription.get(), &session().frame);
     session().subscription = std::move(subscription);
     return true;
 }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "api.h"
+#include "frame.h"
 #include "io.h"
 
 namespace tukredis {
@@ -37,14 +38,19 @@ struct Session {
     int32_t rows = 0;
     tukredis_resync_cb resync = nullptr;
 
-    // The subscription connection; null once lost.
+    // The subscription connection; null once lost. Its reader builds every
+    // reply into frame.
     ContextPtr subscription;
+    Frame frame;
     bool subscribed = false;
     // Per row, the channel pattern "__keyspace@<db>__:<pattern>" it was
-    // subscribed with; the server names it in every pmessage.
+    // subscribed with; the server names it in every pmessage. Built once per
+    // subscription, with the length of its "__keyspace@<db>__:" prefix, so
+    // that an event is matched and its key found without building a string.
     std::vector<std::string> channel_patterns;
+    std::vector<size_t> prefix_lengths;
     // Messages that arrived ahead of the subscription's last confirmation.
-    std::deque<ReplyPtr> early;
+    std::deque<Frame> early;
 
     // The re-synchronisation callback gets 0 only once per process.
     bool subscribed_before = false;

@@ -13,6 +13,8 @@ struct Stats {
     std::atomic<uint32_t> dropped{0};
     std::atomic<uint32_t> connect_attempts{0};
     std::atomic<uint32_t> reconnections{0};
+    std::atomic<uint32_t> deferred{0};
+    std::atomic<uint32_t> exchanges{0};
 };
 
 Stats &stats() noexcept;

@@ -17,6 +17,8 @@ typedef struct tukredis_host_stats {
     uint32_t dropped;          /* notifications not delivered: key too long or with a NUL byte */
     uint32_t connect_attempts; /* connection attempts made by tukredis_db_connect */
     uint32_t reconnections;    /* successful tukredis_db_connect calls after the first */
+    uint32_t deferred;         /* commands sent without waiting for their reply */
+    uint32_t exchanges;        /* waits for replies on the command connection */
 } tukredis_host_stats;
 
 /* Write-log entries opened and not completed, among the 64 the ring keeps. */

@@ -1,0 +1,140 @@
+// The bus benchmark: the daemon against ceilings measured in the same run on
+// the same redis-server. Shared declarations of its parts.
+#pragma once
+
+#include <hiredis/hiredis.h>
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace busbench {
+
+using Clock = std::chrono::steady_clock;
+
+double seconds_since(Clock::time_point start);
+
+// A plain hiredis connection to the server's socket that pipelines: commands
+// are appended, sent in large writes, and their replies read in bulk, so that
+// the load it puts on the server is limited by the server.
+class Pipeline {
+  public:
+    explicit Pipeline(const std::string &socket_path);
+    ~Pipeline();
+    Pipeline(const Pipeline &) = delete;
+    Pipeline &operator=(const Pipeline &) = delete;
+
+    // Queues one command (SELECT is added when db changes).
+    void add(int db, const std::vector<std::string> &argv);
+    // Sends everything queued and reads every reply; the number of error
+    // replies.
+    size_t finish();
+    // One command, waiting for its reply.
+    redisReply *run(int db, const std::vector<std::string> &argv);
+    redisContext *context() { return context_; }
+
+  private:
+    void flush_some(bool all);
+    redisContext *context_ = nullptr;
+    int db_ = 0;
+    size_t owed_ = 0;
+    size_t errors_ = 0;
+};
+
+// The MAC-learning churn the drains are timed on: count notifications,
+// learned and aged addresses on port 5 (phyid 6) of VLAN 100, in db 0.
+std::vector<std::vector<std::string>> learning_churn(size_t count);
+// The key of a learned voice address on phyid.
+std::string learned_key(int phyid, uint32_t serial);
+
+// Percentiles of samples, in the samples' unit.
+struct Distribution {
+    double p50 = 0;
+    double p99 = 0;
+    double max = 0;
+    std::vector<double> sorted;
+};
+Distribution distribution(std::vector<double> samples);
+
+// The consumers that set the ceilings, each in a process of its own (the
+// benchmark's executable started again with --consumer).
+enum class ConsumerKind { hiredis, raw, bus };
+const char *consumer_name(ConsumerKind kind);
+
+// Runs a consumer process. In backlog mode it subscribes, reports ready and
+// reads nothing until go(); in live mode it reads from go() on. finish()
+// returns the seconds from go() to the count-th notification.
+class Consumer {
+  public:
+    Consumer(ConsumerKind kind, const std::string &socket_path, size_t count);
+    ~Consumer();
+    Consumer(const Consumer &) = delete;
+    Consumer &operator=(const Consumer &) = delete;
+    void go();
+    double finish();
+
+  private:
+    int pid_ = -1;
+    int to_child_ = -1;
+    int from_child_ = -1;
+    Clock::time_point went_{};
+};
+
+// The --consumer side: returns the process's exit status.
+int consumer_main(ConsumerKind kind, const std::string &socket_path, size_t count);
+
+// Keyspace events the benchmark waits for: the daemon's join requests in
+// database 1, its port operation echoes and the load-complete marker's copy
+// in database 0.
+class Observer {
+  public:
+    explicit Observer(const std::string &socket_path);
+    ~Observer();
+    Observer(const Observer &) = delete;
+    Observer &operator=(const Observer &) = delete;
+    // Waits for the event (e.g. "set") on key in db and sets at to when it
+    // arrived; false at the deadline. Other events are passed over.
+    bool wait(int db, const std::string &key, const std::string &event,
+              std::chrono::milliseconds deadline, Clock::time_point &at);
+    // Passes over every event that has arrived so far.
+    void discard();
+
+  private:
+    redisContext *context_ = nullptr;
+};
+
+// PING round trips on a connection of their own, in microseconds.
+std::vector<double> ping_round_trips(const std::string &socket_path, size_t count);
+
+// The bare re-synchronisation client: the daemon's marks, re-reads (a GET
+// per key, a SET of its copy in database 0) and sweeps, one round trip per
+// command or pipelined per SCAN batch. Seconds.
+double bare_resync(const std::string &socket_path, bool pipelined, int scan_count);
+
+// Results, in the order they are reported.
+struct Row {
+    std::string measure;
+    std::string daemon;  // the daemon's figure, as printed
+    std::string ceiling; // the reference figure(s)
+    std::string ratio;   // the ratio(s)
+    std::string goal;    // the goal and whether it is met
+};
+
+struct Report {
+    std::string machine;
+    std::vector<Row> rows;
+    std::map<std::string, double> values; // everything measured, for the JSON
+    std::vector<double> join_us;          // join latencies, for the plot
+    std::vector<double> ping_us;          // PING round trips, for the plot
+};
+
+// The table: every measure with its ceiling, its ratio and its goal.
+void fill_report(Report &report, const std::vector<size_t> &mac_tables, bool mips);
+
+// Writes <stem>.json, <stem>.md and, when gnuplot is there, <stem>.png.
+void write_report(const Report &report, const std::string &stem);
+
+} // namespace busbench

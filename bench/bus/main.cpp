@@ -1,0 +1,256 @@
+// The bus benchmark: how fast the daemon drains MAC-learning notifications,
+// how quickly it joins a port, how long its re-synchronisation takes, and its
+// memory, each against a ceiling measured in the same run on the same
+// redis-server.
+//
+//   dov_vvlan_bus_bench [--small] [--out STEM] [--daemon PATH --sysroot DIR]
+//                       [--target-daemon PATH --target-sysroot DIR [--target-libc DIR]]
+//
+// Writes STEM.json, STEM.md and STEM.png. --small is the CTest configuration.
+#include <sys/utsname.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <optional>
+
+#include "measures.h"
+#include "testsupport/redis_server.h"
+
+using namespace busbench;
+
+namespace {
+
+struct Options {
+    size_t notifications = 200000;
+    size_t joins = 600;
+    size_t pings = 5000;
+    size_t memory_notifications = 1000000;
+    std::vector<size_t> mac_tables = {10000, 100000, 400000};
+    int runs = 5;
+    std::string out = "bus_bench";
+    DaemonBinary pc{"PC", DOV_VVLAN_BUS_BENCH_DAEMON, {}, DOV_VVLAN_BUS_BENCH_SYSROOT};
+    std::optional<DaemonBinary> mips;
+    std::string target_libc = "/usr/mips-linux-gnu";
+};
+
+Options parse(int argc, char **argv) {
+    Options o;
+    std::string target_path;
+    std::string target_sysroot;
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        const auto value = [&]() -> std::string {
+            if (i + 1 >= argc) {
+                std::fprintf(stderr, "%s needs a value\n", arg.c_str());
+                std::exit(2);
+            }
+            return argv[++i];
+        };
+        if (arg == "--small") {
+            o.notifications = 20000;
+            o.joins = 60;
+            o.pings = 500;
+            o.memory_notifications = 100000;
+            o.mac_tables = {1000, 5000};
+            o.runs = 1;
+        } else if (arg == "--out") {
+            o.out = value();
+        } else if (arg == "--daemon") {
+            o.pc.path = value();
+        } else if (arg == "--sysroot") {
+            o.pc.sysroot = value();
+        } else if (arg == "--target-daemon") {
+            target_path = value();
+        } else if (arg == "--target-sysroot") {
+            target_sysroot = value();
+        } else if (arg == "--target-libc") {
+            o.target_libc = value();
+        } else {
+            std::fprintf(stderr,
+                         "usage: %s [--small] [--out STEM] [--daemon PATH --sysroot DIR] "
+                         "[--target-daemon PATH --target-sysroot DIR]\n",
+                         argv[0]);
+            std::exit(2);
+        }
+    }
+    if (!target_path.empty()) {
+        o.mips = DaemonBinary{"MIPS (qemu-mips)",
+                              target_path,
+                              {DOV_VVLAN_BUS_BENCH_QEMU, "-L", o.target_libc},
+                              target_sysroot};
+    }
+    return o;
+}
+
+std::string machine_line(Pipeline &load) {
+    std::string cpu = "?";
+    std::ifstream info("/proc/cpuinfo");
+    for (std::string line; std::getline(info, line);) {
+        if (line.rfind("model name", 0) == 0) {
+            cpu = line.substr(line.find(':') + 2);
+            break;
+        }
+    }
+    utsname names{};
+    uname(&names);
+    redisReply *reply = load.run(0, {"INFO", "server"});
+    std::string version = "?";
+    const std::string text(reply->str, reply->len);
+    const size_t at = text.find("redis_version:");
+    if (at != std::string::npos) {
+        version = text.substr(at + 14, text.find('\r', at) - at - 14);
+    }
+    freeReplyObject(reply);
+    double average[1] = {0};
+    getloadavg(average, 1);
+    char busy[32];
+    std::snprintf(busy, sizeof busy, "%.1f", average[0]);
+    return std::to_string(sysconf(_SC_NPROCESSORS_ONLN)) + " cores (" + cpu + "), Linux " +
+           names.release + ", redis-server " + version + ", Unix socket; load average " + busy +
+           " at the start";
+}
+
+int run(const Options &o);
+
+} // namespace
+
+int main(int argc, char **argv) {
+    if (argc == 5 && std::strcmp(argv[1], "--consumer") == 0) {
+        const std::string kind = argv[2];
+        const ConsumerKind k = kind == "hiredis" ? ConsumerKind::hiredis
+                               : kind == "raw"   ? ConsumerKind::raw
+                                                 : ConsumerKind::bus;
+        return consumer_main(k, argv[3], std::stoul(argv[4]));
+    }
+    try {
+        return run(parse(argc, argv));
+    } catch (const std::exception &e) {
+        std::fprintf(stderr, "bus bench: %s\n", e.what());
+        return 1;
+    }
+}
+
+namespace {
+
+int run(const Options &o) {
+    testsupport::RedisServer server;
+    server.start();
+    const std::string socket = server.socket_path();
+    Pipeline load(socket);
+    // A paused consumer's backlog stays whole: the default pub/sub limit
+    // (32 MB) would cut it off, which is the failure drain speed avoids.
+    freeReplyObject(load.run(0, {"CONFIG", "SET", "client-output-buffer-limit", "pubsub 0 0 0"}));
+    freeReplyObject(load.run(0, {"CONFIG", "SET", "notify-keyspace-events", "Kg$xe"}));
+    write_full_tables(load);
+    Observer observer(socket);
+    Report r;
+    r.machine = machine_line(load);
+    const auto churn = learning_churn(o.notifications);
+    const double n = static_cast<double>(o.notifications);
+    r.values["notifications"] = n;
+    std::fprintf(stderr, "bus bench: %s\n", r.machine.c_str());
+
+    r.ping_us = ping_round_trips(socket, o.pings);
+    const Distribution ping = distribution(r.ping_us);
+    r.values["ping_p50_us"] = ping.p50;
+    r.values["ping_p99_us"] = ping.p99;
+
+    std::vector<double> bare_rt;
+    std::vector<double> bare_pipe;
+    for (int i = 0; i < 5; ++i) {
+        bare_rt.push_back(bare_resync(socket, false, 1000));
+        bare_pipe.push_back(bare_resync(socket, true, 1000));
+    }
+    r.values["bare_resync_round_trips_ms"] = median(bare_rt) * 1e3;
+    r.values["bare_resync_pipelined_ms"] = median(bare_pipe) * 1e3;
+
+    // The daemons: drains, joins, re-synchronisation of full tables, memory.
+    // The ceilings are measured in the same rounds, interleaved with the
+    // daemon's drains, so that a busy moment of the machine falls on both;
+    // the daemon is stopped meanwhile and catches up before its own turn.
+    const auto run_daemon = [&](const DaemonBinary &binary, const std::string &tag, bool ceilings) {
+        DaemonRun daemon(binary, socket, observer, load);
+        std::vector<double> resync;
+        for (int i = 0; i < std::max(o.runs, 3); ++i) {
+            daemon.stop();
+            resync.push_back(daemon.start());
+        }
+        r.values[tag + "resync_full_ms"] = median(resync) * 1e3;
+        std::vector<double> cut;
+        for (int i = 0; i < std::max(o.runs, 3); ++i) {
+            cut.push_back(daemon.resync_after_cut());
+        }
+        r.values[tag + "resync_after_cut_ms"] = median(cut) * 1e3;
+        const long rss_start = daemon.rss_kib();
+        load.add(0, {"SET", learned_key(6, 0xffff0000U), ""});
+        daemon.barrier();
+        size_t handled = 0;
+        std::map<std::string, std::vector<double>> runs;
+        for (int round = 0; round < o.runs; ++round) {
+            if (ceilings) {
+                daemon.pause();
+                for (const ConsumerKind kind :
+                     {ConsumerKind::hiredis, ConsumerKind::raw, ConsumerKind::bus}) {
+                    for (const bool backlog : {true, false}) {
+                        runs[std::string(consumer_name(kind)) + (backlog ? "_backlog" : "_live")]
+                            .push_back(ceiling_rate(kind, socket, load, churn, backlog));
+                    }
+                }
+                daemon.resume();
+                daemon.barrier();
+            }
+            for (const bool backlog : {true, false}) {
+                runs[tag + (backlog ? "daemon_backlog" : "daemon_live")].push_back(
+                    daemon_rate(daemon, load, churn, backlog));
+                handled += churn.size();
+            }
+        }
+        for (const auto &[name, values] : runs) {
+            r.values[name + "_per_s"] = median(values);
+            std::fprintf(stderr, "bus bench: %s %.0f/s\n", name.c_str(), median(values));
+        }
+        const std::vector<double> joins = join_latencies(daemon, load, observer, o.joins);
+        const Distribution join = distribution(joins);
+        r.values[tag + "join_p50_us"] = join.p50;
+        r.values[tag + "join_p99_us"] = join.p99;
+        if (tag.empty()) {
+            r.join_us = joins;
+            r.values["rss_start_kib"] = static_cast<double>(rss_start);
+            while (handled < o.memory_notifications) {
+                daemon_rate(daemon, load, churn, false);
+                handled += churn.size();
+            }
+            r.values["rss_after_kib"] = static_cast<double>(daemon.rss_kib());
+            r.values["rss_after_notifications"] = static_cast<double>(handled);
+        }
+    };
+    run_daemon(o.pc, "", true);
+    if (o.mips) {
+        run_daemon(*o.mips, "mips_", false);
+    }
+
+    // Re-synchronisation with the MAC table in database 0.
+    size_t held = 0;
+    for (const size_t keys : o.mac_tables) {
+        fill_mac_table(load, held, keys);
+        DaemonRun daemon(o.pc, socket, observer, load);
+        const Clock::time_point started = Clock::now();
+        const double to_marker = daemon.start();
+        const Clock::time_point serving = daemon.barrier();
+        const std::string tag = "mac" + std::to_string(keys) + "_";
+        r.values[tag + "resync_marker_ms"] = to_marker * 1e3;
+        r.values[tag + "resync_serving_ms"] =
+            std::chrono::duration<double, std::milli>(serving - started).count();
+        daemon.stop();
+        r.values[tag + "bare_pipelined_ms"] = bare_resync(socket, true, 1000) * 1e3;
+    }
+
+    fill_report(r, o.mac_tables, o.mips.has_value());
+    write_report(r, o.out);
+    return 0;
+}
+
+} // namespace

@@ -1,0 +1,29 @@
+// The measures, each on the same server as the others.
+#pragma once
+
+#include "bus_bench.h"
+#include "daemon_run.h"
+
+namespace busbench {
+
+// Notifications per second for a ceiling consumer; backlog: the whole load
+// queued before it reads.
+double ceiling_rate(ConsumerKind kind, const std::string &socket_path, Pipeline &load,
+                    const std::vector<std::vector<std::string>> &churn, bool backlog);
+
+// Notifications per second for the daemon (port 5 joined beforehand).
+double daemon_rate(DaemonRun &daemon, Pipeline &load,
+                   const std::vector<std::vector<std::string>> &churn, bool backlog);
+
+// Microseconds from a voice address learned on an automatic port to the
+// daemon's join request for it, count times over ports 10 to 49.
+std::vector<double> join_latencies(DaemonRun &daemon, Pipeline &load, Observer &observer,
+                                   size_t count);
+
+// Adds MAC-learning keys to database 0 until it holds total of them.
+void fill_mac_table(Pipeline &load, size_t &held, size_t total);
+
+// The median of values.
+double median(std::vector<double> values);
+
+} // namespace busbench

@@ -1,0 +1,100 @@
+// Watching the daemon from outside: keyspace events of what it writes, and
+// the PING round trip that its latencies are compared with.
+#include <poll.h>
+
+#include <stdexcept>
+#include <string_view>
+
+#include "bus_bench.h"
+
+namespace busbench {
+
+Observer::Observer(const std::string &socket_path) {
+    context_ = redisConnectUnix(socket_path.c_str());
+    if (context_ == nullptr || context_->err != 0) {
+        throw std::runtime_error("observer: cannot connect");
+    }
+    const char *patterns[] = {"__keyspace@1__:/bri/mac/macTblDyn_vvlan/*",
+                              "__keyspace@0__:/bridge/vvlan/port_oper/*",
+                              "__keyspace@0__:/bridge/vvlan/data/end"};
+    for (const char *pattern : patterns) {
+        freeReplyObject(redisCommand(context_, "PSUBSCRIBE %s", pattern));
+    }
+}
+
+Observer::~Observer() {
+    redisFree(context_);
+}
+
+void Observer::discard() {
+    for (;;) {
+        void *raw = nullptr;
+        if (redisGetReplyFromReader(context_, &raw) != REDIS_OK) {
+            throw std::runtime_error("observer: connection failed");
+        }
+        if (raw != nullptr) {
+            freeReplyObject(raw);
+            continue;
+        }
+        pollfd watched{context_->fd, POLLIN, 0};
+        if (poll(&watched, 1, 0) <= 0) {
+            return;
+        }
+        if (redisBufferRead(context_) != REDIS_OK) {
+            throw std::runtime_error("observer: connection failed");
+        }
+    }
+}
+
+bool Observer::wait(int db, const std::string &key, const std::string &event,
+                    std::chrono::milliseconds deadline, Clock::time_point &at) {
+    const std::string channel = "__keyspace@" + std::to_string(db) + "__:" + key;
+    const Clock::time_point until = Clock::now() + deadline;
+    for (;;) {
+        void *raw = nullptr;
+        if (redisGetReplyFromReader(context_, &raw) != REDIS_OK) {
+            throw std::runtime_error("observer: connection failed");
+        }
+        if (raw != nullptr) {
+            const auto *reply = static_cast<redisReply *>(raw);
+            const bool match =
+                reply->type == REDIS_REPLY_ARRAY && reply->elements == 4 &&
+                std::string_view(reply->element[2]->str, reply->element[2]->len) == channel &&
+                std::string_view(reply->element[3]->str, reply->element[3]->len) == event;
+            freeReplyObject(raw);
+            if (match) {
+                at = Clock::now();
+                return true;
+            }
+            continue;
+        }
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(until - Clock::now()).count();
+        if (left <= 0) {
+            return false;
+        }
+        pollfd watched{context_->fd, POLLIN, 0};
+        if (poll(&watched, 1, static_cast<int>(left)) > 0 &&
+            redisBufferRead(context_) != REDIS_OK) {
+            throw std::runtime_error("observer: connection failed");
+        }
+    }
+}
+
+std::vector<double> ping_round_trips(const std::string &socket_path, size_t count) {
+    redisContext *context = redisConnectUnix(socket_path.c_str());
+    if (context == nullptr || context->err != 0) {
+        throw std::runtime_error("ping: cannot connect");
+    }
+    std::vector<double> samples;
+    samples.reserve(count);
+    for (size_t i = 0; i < count; ++i) {
+        const Clock::time_point start = Clock::now();
+        freeReplyObject(redisCommand(context, "PING"));
+        samples.push_back(seconds_since(start) * 1e6);
+    }
+    redisFree(context);
+    return samples;
+}
+
+} // namespace busbench

@@ -1,0 +1,138 @@
+#include "frame.h"
+
+#include <cstring>
+#include <poll.h>
+
+namespace tukredis {
+namespace {
+
+Frame *frame_of(const redisReadTask *task) {
+    // The reader hands its privdata to every task of a reply.
+    return static_cast<Frame *>(task->privdata);
+}
+
+// The part an element of the top array fills, or null for the top itself,
+// for elements past the fourth and for anything deeper.
+Frame::Part *part_of(Frame *frame, const redisReadTask *task) {
+    if (task->parent == nullptr) {
+        return nullptr;
+    }
+    if (task->parent->parent != nullptr) {
+        frame->nested = true;
+        return nullptr;
+    }
+    if (task->idx < 0 || static_cast<size_t>(task->idx) >= Frame::kParts) {
+        return nullptr;
+    }
+    return &frame->parts[task->idx];
+}
+
+void *create_string(const redisReadTask *task, char *bytes, size_t length) {
+    Frame *frame = frame_of(task);
+    Frame::Part *part = part_of(frame, task);
+    if (task->parent == nullptr) {
+        frame->clear();
+        frame->type = task->type;
+        part = &frame->parts[0];
+    }
+    if (part != nullptr) {
+        part->type = task->type;
+        part->length = length;
+        std::memcpy(part->bytes, bytes, length < Frame::kPartBytes ? length : Frame::kPartBytes);
+    }
+    return frame;
+}
+
+void *create_array(const redisReadTask *task, int elements) {
+    Frame *frame = frame_of(task);
+    if (task->parent == nullptr) {
+        frame->clear();
+        frame->type = REDIS_REPLY_ARRAY;
+        frame->elements = elements;
+    } else if (Frame::Part *part = part_of(frame, task)) {
+        part->type = REDIS_REPLY_ARRAY;
+        frame->nested = true;
+    } else {
+        frame->nested = true;
+    }
+    return frame;
+}
+
+void *create_scalar(const redisReadTask *task, int type) {
+    Frame *frame = frame_of(task);
+    if (task->parent == nullptr) {
+        frame->clear();
+        frame->type = type;
+    } else if (Frame::Part *part = part_of(frame, task)) {
+        part->type = type;
+    }
+    return frame;
+}
+
+void *create_integer(const redisReadTask *task, long long) {
+    return create_scalar(task, REDIS_REPLY_INTEGER);
+}
+
+void *create_nil(const redisReadTask *task) {
+    return create_scalar(task, REDIS_REPLY_NIL);
+}
+
+// The frame belongs to the session; the reader frees nothing.
+void free_nothing(void *) {}
+
+redisReplyObjectFunctions kFrameFunctions = {create_string, create_array, create_integer,
+                                             create_nil, free_nothing};
+
+} // namespace
+
+void Frame::clear() noexcept {
+    type = 0;
+    elements = 0;
+    nested = false;
+    for (Part &part : parts) {
+        part.type = 0;
+        part.length = 0;
+    }
+}
+
+bool Frame::is_push(std::string_view word) const noexcept {
+    return type == REDIS_REPLY_ARRAY && elements > 0 && !nested &&
+           parts[0].type == REDIS_REPLY_STRING && parts[0].whole() && parts[0].kept() == word;
+}
+
+void read_into(redisContext *context, Frame *frame) noexcept {
+    redisReader *reader = context->reader;
+    reader->fn = &kFrameFunctions;
+    reader->privdata = frame;
+    // By default the reader frees its buffer whenever it runs empty with
+    // more than 16 KiB spare, and allocates it again on the next read.
+    reader->maxbuf = 0;
+}
+
+bool next_frame(redisContext *context, bool &error) noexcept {
+    void *reply = nullptr;
+    error = redisGetReplyFromReader(context, &reply) != REDIS_OK;
+    return !error && reply != nullptr;
+}
+
+bool read_frame(redisContext *context, const Deadline &deadline, std::string &why) {
+    for (;;) {
+        bool error = false;
+        if (next_frame(context, error)) {
+            return true;
+        }
+        if (error) {
+            why = context_error(context);
+            return false;
+        }
+        if (!wait_ready(context->fd, POLLIN, deadline, why)) {
+            return false;
+        }
+        if (redisBufferRead(context) != REDIS_OK) {
+            why = context_error(context);
+            return false;
+        }
+    }
+}
+
+} // namespace tukredis

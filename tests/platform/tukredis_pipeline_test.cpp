@@ -1,0 +1,173 @@
+// Writes made inside handlers and the re-synchronisation callback are sent
+// without waiting for their replies: in order, never left unsent, seen by
+// every later read, and in order with a second thread's writes. The scan
+// fetches its values a batch at a time.
+#include <mutex>
+#include <set>
+
+#include "tukredis_fixture.h"
+
+namespace platformtest {
+namespace {
+
+// For every notification on /in/<n>: two pushes, one per database, so that
+// the connection alternates databases as the daemon's joins do.
+int32_t push_twice(tukredis_pmsg *pmsg) {
+    Recorder::get().record(*pmsg);
+    tukredis_db_command(0, 1, -1, 0, "RPUSH /log %s", pmsg->key);
+    tukredis_db_command(1, 1, -1, 0, "RPUSH /log %s", pmsg->key);
+    return 0;
+}
+
+tukredis_sub_row row_with(uint32_t db, const char *pattern, tukredis_handler handler) {
+    tukredis_sub_row row = recording_row(db, pattern);
+    row.handler = handler;
+    return row;
+}
+
+long long length_of_log(testsupport::RedisClient &client, int db) {
+    const testsupport::Reply reply = client.command(db, {"LLEN", "/log"});
+    return reply && reply->type == REDIS_REPLY_INTEGER ? reply->integer : -1;
+}
+
+std::vector<std::string> log_of(testsupport::RedisClient &client, int db) {
+    const testsupport::Reply reply = client.command(db, {"LRANGE", "/log", "0", "-1"});
+    std::vector<std::string> items;
+    if (reply && reply->type == REDIS_REPLY_ARRAY) {
+        for (size_t i = 0; i < reply->elements; ++i) {
+            items.emplace_back(reply->element[i]->str, reply->element[i]->len);
+        }
+    }
+    return items;
+}
+
+std::vector<std::string> keys_in(int count) {
+    std::vector<std::string> keys;
+    for (int i = 0; i < count; ++i) {
+        keys.push_back("/in/" + std::to_string(i));
+    }
+    return keys;
+}
+
+TEST_F(TukredisTest, HandlerWritesAreDeferredAndLandInOrderInTheirDatabases) {
+    register_rows({row_with(0, "/in/*", push_twice)});
+    connect_and_subscribe();
+    start_pubsub();
+    constexpr int kEvents = 300;
+    for (const std::string &key : keys_in(kEvents)) {
+        client_->set(0, key, "1");
+    }
+    ASSERT_EVENTUALLY(10s, length_of_log(*client_, 1) == kEvents);
+    EXPECT_EQ(log_of(*client_, 0), keys_in(kEvents));
+    EXPECT_EQ(log_of(*client_, 1), keys_in(kEvents));
+    // None waited for its reply.
+    EXPECT_EQ(stats().deferred, 2U * kEvents);
+}
+
+TEST_F(TukredisTest, ADeferredWriteIsSentWithoutAnotherEventBehindIt) {
+    register_rows({row_with(0, "/in/*", push_twice)});
+    connect_and_subscribe();
+    start_pubsub();
+    client_->set(0, "/in/only", "1");
+    EXPECT_EVENTUALLY(5s, length_of_log(*client_, 1) == 1);
+}
+
+// Overwrites the notified key once, then reads it: the read must see the
+// write deferred just before it on the same connection.
+std::mutex g_overwritten_mutex;
+std::set<std::string> g_overwritten;
+
+int32_t overwrite_then_read(tukredis_pmsg *pmsg) {
+    {
+        const std::lock_guard lock(g_overwritten_mutex);
+        if (!g_overwritten.insert(pmsg->key).second) {
+            return 0; // the overwrite's own notification
+        }
+    }
+    tukredis_db_command(0, 1, -1, 0, "SET %s changed", pmsg->key);
+    Recorder::get().record(*pmsg);
+    return 0;
+}
+
+TEST_F(TukredisTest, AReadAfterDeferredWritesSeesThem) {
+    g_overwritten.clear();
+    register_rows({row_with(0, "/in/*", overwrite_then_read)});
+    connect_and_subscribe();
+    Recorder::get().set_read(Read::string);
+    start_pubsub();
+    for (const std::string &key : keys_in(50)) {
+        client_->set(0, key, "original");
+    }
+    ASSERT_EVENTUALLY(10s, Recorder::get().count() >= 50);
+    for (const Seen &seen : Recorder::get().seen()) {
+        EXPECT_EQ(seen.str_rc, 0) << seen.key;
+        EXPECT_EQ(seen.str, "changed") << seen.key;
+    }
+}
+
+// The aging thread's writes wait for their replies; they keep their own
+// order and come after whatever the main thread deferred before them.
+TEST_F(TukredisTest, ASecondThreadsWritesKeepTheirOrderAmongDeferredOnes) {
+    register_rows({row_with(0, "/in/*", push_twice)});
+    connect_and_subscribe();
+    start_pubsub();
+    constexpr int kEach = 200;
+    std::thread aging([] {
+        for (int i = 0; i < kEach; ++i) {
+            tukredis_db_command(0, 1, -1, 0, "RPUSH /log aging/%d", i);
+        }
+    });
+    for (const std::string &key : keys_in(kEach)) {
+        client_->set(0, key, "1");
+    }
+    aging.join();
+    ASSERT_EVENTUALLY(10s, length_of_log(*client_, 0) == 2 * kEach);
+    std::vector<std::string> from_aging;
+    std::vector<std::string> from_handlers;
+    for (const std::string &item : log_of(*client_, 0)) {
+        (item.starts_with("aging/") ? from_aging : from_handlers).push_back(item);
+    }
+    std::vector<std::string> expected_aging;
+    for (int i = 0; i < kEach; ++i) {
+        expected_aging.push_back("aging/" + std::to_string(i));
+    }
+    EXPECT_EQ(from_aging, expected_aging);
+    EXPECT_EQ(from_handlers, keys_in(kEach));
+}
+
+TEST_F(TukredisTest, ScanReadsValuesABatchAtATime) {
+    ASSERT_EQ(tukredis_db_connect(), 0);
+    constexpr int kKeys = 300;
+    for (int i = 0; i < kKeys; ++i) {
+        client_->set(1, "/t/k" + std::to_string(i), std::to_string(i));
+    }
+    Recorder::get().set_read(Read::string);
+    const uint32_t before = stats().exchanges;
+    ASSERT_EQ(tukredis_scan_key_pattern(1, "/t/*", 100, record_handler, 0, 0), 0);
+    ASSERT_EQ(Recorder::get().count(), static_cast<size_t>(kKeys));
+    for (const Seen &seen : Recorder::get().seen()) {
+        EXPECT_EQ(seen.str_rc, 0);
+        EXPECT_EQ("/t/k" + seen.str, seen.key);
+    }
+    // A SCAN and a pipeline of GETs per batch, not a GET per key.
+    EXPECT_LT(stats().exchanges - before, 20U);
+}
+
+int32_t write_per_key(tukredis_pmsg *pmsg) {
+    Recorder::get().record(*pmsg);
+    tukredis_db_command(0, 1, -1, 0, "SET %s copied", pmsg->key);
+    return 0;
+}
+
+TEST_F(TukredisTest, WritesOfAScanCalledOnItsOwnAreInPlaceWhenItReturns) {
+    ASSERT_EQ(tukredis_db_connect(), 0);
+    for (int i = 0; i < 30; ++i) {
+        client_->set(1, "/t/k" + std::to_string(i), "v");
+    }
+    ASSERT_EQ(tukredis_scan_key_pattern(1, "/t/*", 100, write_per_key, 0, 0), 0);
+    EXPECT_EQ(client_->keys(0, "/t/*").size(), 30U);
+    EXPECT_EQ(stats().deferred, 30U);
+}
+
+} // namespace
+} // namespace platformtest
