@@ -46,9 +46,10 @@ fw_check oui_fw_check(std::string_view key, uint32_t *ifx, mac_addr *mac) {
 // The lowest enabled record whose mac equals the address under the record's
 // mask (all six bytes, not only the first three).
 bool is_vvlan_oui(const mac_addr &mac, uint16_t *idx) {
+    const uint64_t address = mac_bits(mac);
     const std::size_t i =
         for_each_enabled_oui(TRACE_SITE, [&](std::size_t, const vvlan_oui_oper &e) {
-            return mac_equal(mac_and(mac, e.mask), e.mac);
+            return (address & mac_bits(e.mask)) == mac_bits(e.mac);
         });
     if (i == VVLAN_OUI_MAX) {
         TRACE_INFO("isn't vvlan  oui start");

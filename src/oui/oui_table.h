@@ -19,15 +19,21 @@ extern std::array<vvlan_oui_oper, VVLAN_OUI_MAX> g_vvlan_oui_table;
 // Walks the slots in use in slot order, tracing "entry(%d) is ENABLED" for
 // each under the caller's name, and stops at the first one for which
 // fn(slot, record) returns true. Returns that slot, or VVLAN_OUI_MAX when
-// the walk went through.
+// the walk went through. Every walk runs on the main thread, which is also
+// the only writer of the trace level, so the level is looked at once per
+// walk rather than once per slot: a learning of a non-voice address walks
+// all 124 slots.
 template <typename Fn>
 std::size_t for_each_enabled_oui(trace_site site, Fn &&fn) {
+    const bool traced = dov_vvlan_trace_on(DBG_INFO);
     for (std::size_t i = 0; i < VVLAN_OUI_MAX; ++i) {
         vvlan_oui_oper &record = g_vvlan_oui_table[i];
         if (record.enable == 0) {
             continue;
         }
-        TRACE_INFO_AT(site, "entry(%d) is ENABLED", static_cast<int>(i));
+        if (traced) {
+            TRACE_INFO_AT(site, "entry(%d) is ENABLED", static_cast<int>(i));
+        }
         if (fn(i, record)) {
             return i;
         }

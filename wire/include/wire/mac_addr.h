@@ -26,6 +26,15 @@ inline bool mac_equal(const mac_addr &a, const mac_addr &b) {
     return std::memcmp(a.data(), b.data(), sizeof(mac_addr)) == 0;
 }
 
+// The six bytes as one word, for masking and comparing a whole address at
+// once (only equality is ever asked of it, so the host's byte order does
+// not matter).
+inline uint64_t mac_bits(const mac_addr &m) {
+    uint64_t v = 0;
+    std::memcpy(&v, m.data(), sizeof(mac_addr));
+    return v;
+}
+
 // The six bytes as printf arguments, for "%02x%02x%02x%02x%02x%02x".
 #define MAC_ARGS(m) (m)[0], (m)[1], (m)[2], (m)[3], (m)[4], (m)[5]
 
