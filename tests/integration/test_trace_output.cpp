@@ -13,16 +13,30 @@ class TraceOutputTest : public DaemonTest {
         bool info = false;
         bool error = false;
     };
-    probe_result probe() {
-        const std::size_t mark = daemon().mark();
-        cfg_del("/bridge/vvlan/data/end");
-        barrier();
+    probe_result probe_lines(std::size_t mark) {
         probe_result r;
         for (const testcommon::trace_line &t : traces_since(mark)) {
             r.info |= t.func == "get_data_end_pmsg_f" && t.level == 1 &&
                       t.text == "get_data_end_pmsg_f start";
             r.error |= t.func == "get_data_end_pmsg_f" && t.level == 2 && t.text == "cmd=1";
         }
+        return r;
+    }
+    // Bytes the daemon has written can still be on their way through the
+    // terminal when the barrier returns, so the lines expected are waited
+    // for. A line expected to be absent cannot be waited for; one arriving
+    // late could only hide a failure, never make one.
+    probe_result probe(const probe_result &expected) {
+        const std::size_t mark = daemon().mark();
+        cfg_del("/bridge/vvlan/data/end");
+        barrier();
+        probe_result r;
+        testsupport::eventually(
+            [&] {
+                r = probe_lines(mark);
+                return (r.info || !expected.info) && (r.error || !expected.error);
+            },
+            std::chrono::seconds(5));
         return r;
     }
     void set_level(const std::string &level) {
@@ -69,7 +83,7 @@ TEST_F(TraceOutputTest, DebugKeyLevels) {
           level_case{"48", false, false}, level_case{"3", true, true}, level_case{"1", true, false},
           level_case{"2", false, true}, level_case{"0", false, false}}) {
         set_level(c.level);
-        const probe_result r = probe();
+        const probe_result r = probe({c.info, c.error});
         EXPECT_EQ(r.info, c.info) << "level " << c.level;
         EXPECT_EQ(r.error, c.error) << "level " << c.level;
     }
@@ -88,7 +102,7 @@ TEST_F(TraceOutputTest, NonNumericDebugValueKeepsTheLevel) {
             t.func == "dov_vvlan_dbg_pmsg_f" && t.level == 2 && t.text == "get mac_vlan failed";
     }
     EXPECT_TRUE(reported) << daemon().output_since(mark);
-    const probe_result r = probe();
+    const probe_result r = probe({false, true});
     EXPECT_FALSE(r.info);
     EXPECT_TRUE(r.error);
 }
@@ -98,7 +112,7 @@ TEST_F(TraceOutputTest, DeletingTheDebugKeyKeepsTheLevelAndPrintsNothing) {
     set_level("1");
     const std::size_t mark = daemon().mark();
     fwd_del("debugDovVVlan");
-    const probe_result r = probe();
+    const probe_result r = probe({true, false});
     EXPECT_TRUE(r.info);
     EXPECT_FALSE(r.error);
     for (const testcommon::trace_line &t : traces_since(mark)) {
