@@ -190,6 +190,21 @@ std::string_view key_rest_bounded(std::string_view key, int n) {
     return r.substr(0, std::min(r.size(), KEY_COMPONENT_MAX));
 }
 
+std::string_view key_walk::next() {
+    std::string_view part;
+    ok_ = ok_ && scan_.literal("/") && scan_.component(&part);
+    return ok_ ? part.substr(0, std::min(part.size(), KEY_COMPONENT_MAX)) : std::string_view();
+}
+
+std::string_view key_walk::rest() {
+    std::string_view word;
+    if (!ok_ || !scan_.literal("/") || !scan_.word(&word)) {
+        ok_ = false;
+        return {};
+    }
+    return word.substr(0, std::min(word.size(), KEY_COMPONENT_MAX));
+}
+
 int32_t atoi32(std::string_view text) {
     const decimal d = scan_decimal(text);
     return d.used == 0 ? 0 : to_long32(d);

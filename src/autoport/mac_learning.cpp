@@ -15,12 +15,18 @@
 // id of the last vid key stays after a disable, so learnings in that VLAN
 // are still handled then (and before any vid key, vid is 0).
 fw_check oui_fw_check(std::string_view key, uint32_t *ifx, mac_addr *mac) {
-    const int32_t brg_id = atoi32(key_component_bounded(key, 4));
+    // "/bri/mac/macTblDyn_vvlan/<brg_id>/<phyid>/<mac>", read in one pass that
+    // stops at the VLAN when it is not the voice VLAN.
+    key_walk walk(key);
+    walk.next();
+    walk.next();
+    walk.next();
+    const int32_t brg_id = atoi32(walk.next());
     if (brg_id != g_vvlan_table.vid) {
         TRACE_INFO("g_vvlan_table.vid=%d, op_args.key.brg_id=%d", g_vvlan_table.vid, brg_id);
         return fw_check::ignore;
     }
-    const int32_t phyid = atoi32(key_component_bounded(key, 5));
+    const int32_t phyid = atoi32(walk.next());
     if (libsdm_get_ifx_by_phyid(static_cast<uint32_t>(phyid), ifx, 2) != 0) {
         TRACE_INFO("libsdm_get_ifx_by_phyid failed");
         return fw_check::fail;
@@ -34,7 +40,7 @@ fw_check oui_fw_check(std::string_view key, uint32_t *ifx, mac_addr *mac) {
                    static_cast<int>(g_vvlan_auto_port[*ifx].enable));
         return fw_check::ignore;
     }
-    const std::string_view mac_text = key_rest(key, 6);
+    const std::string_view mac_text = walk.rest();
     if (!mac_from_hex(mac_text, mac)) {
         TRACE_ERR("mac=%.*s is not 12 hex digits, dropped",
                   static_cast<int>(std::min(mac_text.size(), KEY_COMPONENT_MAX)), mac_text.data());

@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "wire/key_scan.h"
 
@@ -126,6 +128,32 @@ TEST(MacFromHex, UnconvertiblePairsGiveZero) {
     EXPECT_EQ(mac, (std::array<uint8_t, 6>{0x00, 0xe0, 0, 0, 0, 0}));
     EXPECT_FALSE(mac_from_hex("zz", &mac));
     EXPECT_EQ(mac, (std::array<uint8_t, 6>{}));
+}
+
+// One pass gives what the component-by-component reads give, for keys of
+// every shape a notification may carry.
+TEST(KeyWalk, AgreesWithTheSeparateReads) {
+    const std::string long_part(100, '7');
+    const std::vector<std::string> keys = {
+        "/bri/mac/macTblDyn_vvlan/100/6/00e0bb123456",
+        "/bri/mac/macTblDyn_vvlan/100/6/",
+        "/bri/mac/macTblDyn_vvlan/100/6",
+        "/bri/mac/macTblDyn_vvlan/100//00e0bb123456",
+        "/bri/mac/macTblDyn_vvlan//6/00e0bb123456",
+        "/bri/mac/macTblDyn_vvlan/100/6/00e0 bb",
+        "/bri/mac/macTblDyn_vvlan/100/6/ 00e0bb123456/x/y",
+        "bri/mac/x/1/2/3",
+        "",
+        "/",
+        "/a/b/c/" + long_part + "/" + long_part + "/" + long_part,
+    };
+    for (const std::string &key : keys) {
+        key_walk walk(key);
+        for (int n = 1; n <= 5; ++n) {
+            EXPECT_EQ(walk.next(), key_component_bounded(key, n)) << key << " component " << n;
+        }
+        EXPECT_EQ(walk.rest(), key_rest_bounded(key, 6)) << key;
+    }
 }
 
 } // namespace

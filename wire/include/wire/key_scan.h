@@ -7,6 +7,7 @@
 // so a PC build decides exactly as the target does for any input.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -44,6 +45,24 @@ std::string_view key_rest(std::string_view key, int n);
 inline constexpr std::size_t KEY_COMPONENT_MAX = 63;
 std::string_view key_component_bounded(std::string_view key, int n);
 std::string_view key_rest_bounded(std::string_view key, int n);
+
+// Reads a key's components one after another, each as key_component_bounded
+// gives it (an empty view from the first missing one on), without going back
+// to the start of the key for the next: for a handler that reads several
+// components of every notification, and may stop after the first.
+class key_walk {
+  public:
+    explicit key_walk(std::string_view key) : scan_(key) {}
+    // The next component.
+    std::string_view next();
+    // What "%s" reads after the components taken so far, as key_rest_bounded
+    // gives it.
+    std::string_view rest();
+
+  private:
+    key_scan scan_;
+    bool ok_ = true;
+};
 
 // atoi() on a 32-bit target: leading white space, sign, digits, saturated
 // to the int32 range; 0 when there are no digits.
