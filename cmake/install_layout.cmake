@@ -30,7 +30,9 @@ endif()
 
 add_subdirectory(${PROJECT_SOURCE_DIR}/packaging ${PROJECT_BINARY_DIR}/packaging)
 
-# The install tree and the packages, tested from the PC tree (label package).
-if(DOV_VVLAN_TESTS AND NOT DOV_VVLAN_SYSROOT STREQUAL "" AND NOT CMAKE_CROSSCOMPILING)
+# The install tree and the packages, tested from the PC tree (label package);
+# not from the sanitizer and fuzzer trees, which would only repeat them.
+if(DOV_VVLAN_TESTS AND NOT DOV_VVLAN_SYSROOT STREQUAL "" AND NOT CMAKE_CROSSCOMPILING
+   AND NOT DOV_VVLAN_SANITIZE AND NOT DOV_VVLAN_FUZZ)
     add_subdirectory(${PROJECT_SOURCE_DIR}/tests/package ${PROJECT_BINARY_DIR}/tests/package)
 endif()
