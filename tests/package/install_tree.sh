@@ -4,10 +4,10 @@
 # daemon runs from there with no library path: its RPATH finds the platform
 # libraries of the tree, not those of the build.
 #
-#   install_tree.sh <build dir> <version> <source dir>
+#   install_tree.sh <build dir> <version> <source dir> <daemon's file prefix>
 # Environment: REDIS_SERVER, WITH_VVLANCTL=1 when the build has vvlanctl.
 . "$(dirname "$0")/lib.sh"
-build=$1 version=$2 source=$3
+build=$1 version=$2 source=$3 sysroot=$4
 
 root=$SCRATCH/root
 DESTDIR=$root cmake --install "$build" >"$SCRATCH/install.log" || fail "cmake --install failed"
@@ -47,9 +47,12 @@ text=$(strings "$top/sbin/dov_vvlan" | grep -E "^dov_vvlan $version( \(.+\))?\$"
     fail "no version text 'dov_vvlan $version (...)' in the daemon"
 echo "version text: $text"
 
-# The installed daemon, with an empty environment but the server's socket.
+# The installed daemon, with an empty environment but the server's socket,
+# and traces off: the version text adds no output.
+rm -f "$sysroot/var/tmp/dov_vvlan_dbg"
 start_redis "$SCRATCH/redis"
-env -i TUKREDIS_SOCKET="$REDIS_SOCK" "$top/sbin/dov_vvlan" >"$SCRATCH/daemon.out" 2>&1 &
+env -i TUKREDIS_SOCKET="$REDIS_SOCK" "$top/sbin/dov_vvlan" >"$SCRATCH/daemon.out" \
+    2>"$SCRATCH/daemon.err" &
 daemon=$!
 CLEANUP_PIDS+=($daemon)
 expect_serving "installed daemon"
@@ -57,4 +60,5 @@ for lib in libtukredis.so libsdm.so libham_agent.so; do
     grep -q " $top/lib/$lib\$" "/proc/$daemon/maps" ||
         fail "the installed daemon did not load $prefix/lib/$lib from the tree"
 done
-echo "installed daemon serves the bus, with the tree's platform libraries"
+[[ ! -s $SCRATCH/daemon.out ]] || fail "the daemon printed with traces off: $(cat "$SCRATCH/daemon.out")"
+echo "installed daemon serves the bus, with the tree's platform libraries, silently"
