@@ -16,6 +16,7 @@ src=$SCRATCH/src
 mkdir -p "$src"
 tar --exclude=./out --exclude=./.deps --exclude='./build*' --exclude=./.git \
     --exclude='./obj-*' --exclude=./debian/dov-vvlan --exclude=./debian/.debhelper \
+    --exclude=./debian/files --exclude='./debian/*.substvars' --exclude=./debian/debhelper-build-stamp \
     -C "$source" -cf - . | tar -C "$src" -xf -
 (cd "$src" && DEB_BUILD_OPTIONS="nocheck parallel=2" dpkg-buildpackage -b -us -uc) \
     >"$SCRATCH/build.log" 2>&1 || fail "dpkg-buildpackage failed: $(tail -40 "$SCRATCH/build.log")"
