@@ -4,6 +4,9 @@
 # Sourced, not run. Every process a test starts is stopped by the exit trap.
 
 set -euo pipefail
+# With pipefail, `producer | grep -q` fails whenever grep stops reading
+# early and the producer dies of SIGPIPE: let grep read to the end instead
+# (grep ... >/dev/null).
 
 fail() {
     echo "FAIL: $*" >&2

@@ -28,7 +28,7 @@ done
 kind=$(file -b "$top/sbin/dov_vvlan")
 [[ $kind == *"32-bit MSB"*MIPS*stripped* && $kind != *"not stripped"* ]] ||
     fail "sbin/dov_vvlan is not a stripped big-endian MIPS program: $kind"
-strings "$top/sbin/dov_vvlan" | grep -qE "^dov_vvlan $version( \(.+\))?\$" ||
+strings "$top/sbin/dov_vvlan" | grep -E "^dov_vvlan $version( \(.+\))?\$" >/dev/null ||
     fail "no version text in the target daemon"
 runpath=$(readelf -d "$top/sbin/dov_vvlan" | sed -n 's/.*(RUNPATH).*\[\(.*\)\]/\1/p')
 [[ $runpath == '$ORIGIN/../lib' ]] || fail "daemon RUNPATH is '$runpath'"

@@ -30,7 +30,7 @@ if grep -q -- "$source/platform/include" "$vendor/compile_commands.json"; then
     fail "the vendor build still sees the project's platform/include"
 fi
 for lib in libtukredis.so libsdm.so libham_agent.so; do
-    readelf -d "$vendor/dov_vvlan" | grep -q "NEEDED.*\[$lib\]" || fail "the daemon does not need $lib"
+    readelf -d "$vendor/dov_vvlan" | grep "NEEDED.*\[$lib\]" >/dev/null || fail "the daemon does not need $lib"
 done
 
 mkdir -p "$SCRATCH/files/var/run" "$SCRATCH/files/data" "$SCRATCH/files/var/tmp"
