@@ -55,19 +55,42 @@ if [[ -x $root/usr/bin/vvlanctl ]]; then
         fail "vvlanctl --version does not print '$text'"
 fi
 
-unshare --user --map-root-user --mount true 2>/dev/null ||
-    fail "cannot make a private mount namespace (unshare --user --mount) to run the packaged daemon"
-start_redis "$SCRATCH/redis"
-mkdir -p "$SCRATCH/run" "$SCRATCH/var-tmp"
-unshare --user --map-root-user --mount sh -c '
-    mount --bind "$1" /run && mount --bind "$2" /var/tmp && shift 2 && exec "$@"' sh \
-    "$SCRATCH/run" "$SCRATCH/var-tmp" env -i TUKREDIS_SOCKET="$REDIS_SOCK" \
-    "$root/usr/sbin/dov_vvlan" >"$SCRATCH/daemon.out" 2>&1 &
+# The packaged daemon uses the real /run and /var/tmp. Where user namespaces
+# are allowed it runs in a private mount namespace with both bound to
+# directories of this test; otherwise (a container), as root, chrooted in the
+# unpacked root with the C and C++ runtime libraries it needs copied in.
+if unshare --user --map-root-user --mount true 2>/dev/null; then
+    start_redis "$SCRATCH/redis"
+    run=$SCRATCH/run
+    mkdir -p "$run" "$SCRATCH/var-tmp"
+    unshare --user --map-root-user --mount sh -c '
+        mount --bind "$1" /run && mount --bind "$2" /var/tmp && shift 2 && exec "$@"' sh \
+        "$run" "$SCRATCH/var-tmp" env -i TUKREDIS_SOCKET="$REDIS_SOCK" \
+        "$root/usr/sbin/dov_vvlan" >"$SCRATCH/daemon.out" 2>&1 &
+elif ((EUID == 0)); then
+    ldd "$root/usr/sbin/dov_vvlan" | grep -o '/[^ ]*' | grep -v "^$root/" >"$SCRATCH/runtime" || true
+    while read -r lib; do
+        mkdir -p "$root$(dirname "$lib")"
+        cp -L "$lib" "$root$lib"
+    done <"$SCRATCH/runtime"
+    mkdir -p "$root/run" "$root/var/tmp"
+    ln -sfn /run "$root/var/run"
+    start_redis "$root/redis"
+    run=$root/run
+    chroot=$(PATH=$PATH:/usr/sbin:/sbin command -v chroot) || fail "no chroot"
+    # No /proc in there: the loader takes the $ORIGIN of the package's RUNPATH
+    # from LD_ORIGIN_PATH instead of /proc/self/exe.
+    env -i TUKREDIS_SOCKET=/redis/redis.sock LD_ORIGIN_PATH=/usr/sbin \
+        "$chroot" "$root" /usr/sbin/dov_vvlan \
+        >"$SCRATCH/daemon.out" 2>&1 &
+else
+    fail "neither a user namespace nor root: no way to run the packaged daemon off the real paths"
+fi
 daemon=$!
 CLEANUP_PIDS+=($daemon)
 expect_serving "packaged daemon"
-[[ $(cat "$SCRATCH/run/dov_vvlan.pid") == "$daemon" ]] ||
-    fail "the packaged daemon's pid file is not in the private /run"
+[[ $(cat "$run/dov_vvlan.pid") == "$daemon" ]] ||
+    fail "the packaged daemon's pid file is not in its private /run"
 for lib in libtukredis.so libsdm.so libham_agent.so; do
     grep -q " $root/usr/lib/dov-vvlan/$lib\$" "/proc/$daemon/maps" ||
         fail "the packaged daemon did not load its private $lib"
