@@ -14,7 +14,6 @@
 #include <cstdlib>
 #include <thread>
 
-#include "trace/dbg.h"
 #include "trace/trace.h"
 
 namespace {
@@ -65,8 +64,13 @@ class stdout_to_pipe {
 };
 
 // One typical line, the record line every handler prints (about 90 bytes).
+// The level is stored as the debug-key handler stores it.
+void set_level(uint32_t level) {
+    dov_vvlan_dbg_level.store(level, std::memory_order_relaxed);
+}
+
 void trace_lines(benchmark::State &state, int mode, uint32_t level) {
-    dov_vvlan_set_dbg(level);
+    set_level(level);
     stdout_to_pipe out(mode);
     const char *key = "/bri/mac/macTblDyn_vvlan/100/6/00e0bb123456";
     int cmd = 0;
@@ -75,7 +79,7 @@ void trace_lines(benchmark::State &state, int mode, uint32_t level) {
         benchmark::DoNotOptimize(++cmd);
     }
     const long bytes = out.finish();
-    dov_vvlan_set_dbg(0);
+    set_level(0);
     state.SetItemsProcessed(state.iterations());
     state.counters["bytes/line"] =
         static_cast<double>(bytes) / static_cast<double>(state.iterations());
