@@ -9,6 +9,9 @@
 # The version text is data in the daemon, and every platform prototype it
 # calls is checked against the headers it was compiled with.
 target_link_libraries(dov_vvlan PRIVATE dov_vvlan_version dov_vvlan_platform_check)
+# Nothing refers to the text: it is a root of the linker's garbage
+# collection, so that --gc-sections keeps it.
+target_link_options(dov_vvlan PRIVATE -Wl,--undefined=dov_vvlan_version)
 
 set(dov_vvlan_programs dov_vvlan)
 if(TARGET vvlanctl)
