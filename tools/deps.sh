@@ -37,6 +37,10 @@ packages=(
     g++-mips-linux-gnu binutils-mips-linux-gnu qemu-user
     # apt-get source, for hiredis built from Debian's own source
     dpkg-dev
+    # package tests (ctest -L package): the Debian package and lintian, the
+    # init script under BusyBox, systemd-analyze, groff for the manual pages,
+    # redis-cli
+    build-essential debhelper fakeroot lintian busybox systemd groff-base redis-tools
 )
 
 missing=()
