@@ -129,6 +129,8 @@ int cmd_watch(const tool_context &t) {
     redisContext *c = sub->raw();
     // No time limit on a subscription: it may be quiet for hours.
     redisSetTimeout(c, timeval{0, 0});
+    // Named, so that an operator (or a test) can tell it from the daemon's.
+    redisAppendCommand(c, "CLIENT SETNAME vvlanctl-watch");
     for (const char *p : PATTERNS) {
         redisAppendCommand(c, "PSUBSCRIBE %s", p);
     }
@@ -137,7 +139,7 @@ int cmd_watch(const tool_context &t) {
             return fail(t, EXIT_CONNECT, "the subscription was refused or lost");
         }
     }
-    for (std::size_t i = 0; i < std::size(PATTERNS); ++i) {
+    for (std::size_t i = 0; i < std::size(PATTERNS) + 1; ++i) {
         reply_ptr r;
         const next n = read_reply(c, &r);
         if (n == next::stopped) {
