@@ -95,19 +95,31 @@ std::string show_text(const snapshot &s) {
     out += "\nports\n";
     text_table p({"IFX", "PHYID", "AUTO", "JOINED", "REQUEST", "VOICE ADDRESSES (PHYID, SLOT)",
                   "SPECIFIED OUIS"});
+    // One row per voice address; the port's own columns on its first row.
     for (const port_view &v : port_views(s)) {
-        std::string voice;
-        for (const voice_address &a : v.voice) {
-            voice += (voice.empty() ? "" : " ") + colon(a.mac) + " (" + std::to_string(a.phyid) +
-                     ", " + std::to_string(a.slot) + ")";
-        }
         std::string spec;
         for (const mac_addr &m : v.specified) {
             spec += (spec.empty() ? "" : " ") + hex12(m);
         }
-        p.row({std::to_string(v.ifx), v.phyid ? std::to_string(*v.phyid) : "?", yes_no(v.auto_mode),
-               yes_no(v.joined), yes_no(v.join_request), voice.empty() ? "-" : voice,
-               spec.empty() ? "-" : spec});
+        std::vector<std::string> row{std::to_string(v.ifx),
+                                     v.phyid ? std::to_string(*v.phyid) : "?",
+                                     yes_no(v.auto_mode),
+                                     yes_no(v.joined),
+                                     yes_no(v.join_request),
+                                     "-",
+                                     spec.empty() ? "-" : spec};
+        if (v.voice.empty()) {
+            p.row(row);
+        }
+        for (std::size_t i = 0; i < v.voice.size(); ++i) {
+            const voice_address &a = v.voice[i];
+            row[5] = colon(a.mac) + " (" + std::to_string(a.phyid) + ", " + std::to_string(a.slot) +
+                     ")";
+            if (i > 0) {
+                row = {"", "", "", "", "", row[5], ""};
+            }
+            p.row(row);
+        }
     }
     out += p.render();
 

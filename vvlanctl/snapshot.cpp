@@ -44,13 +44,30 @@ std::optional<uint16_t> snapshot::voice_vid() const {
     return cfg_vids.front();
 }
 
-std::optional<uint16_t> snapshot::voice_slot(const mac_addr &mac) const {
+void snapshot::index_ouis() {
+    oui_index_.clear();
     for (const oui_slot &o : oui_slots) {
-        if (mac_and(mac, o.mask()) == o.mac()) {
-            return o.slot;
+        auto group = std::find_if(oui_index_.begin(), oui_index_.end(),
+                                  [&](const auto &g) { return g.first == o.mask(); });
+        if (group == oui_index_.end()) {
+            group = oui_index_.insert(oui_index_.end(), {o.mask(), {}});
+        }
+        // Slots are visited in order: the first one in keeps its place.
+        group->second.emplace(o.mac(), o.slot);
+    }
+}
+
+// As the daemon matches: the lowest slot whose address equals the learned
+// address under the slot's own mask.
+std::optional<uint16_t> snapshot::voice_slot(const mac_addr &mac) const {
+    std::optional<uint16_t> best;
+    for (const auto &[mask, slots] : oui_index_) {
+        const auto it = slots.find(mac_and(mac, mask));
+        if (it != slots.end() && (!best || it->second < *best)) {
+            best = it->second;
         }
     }
-    return std::nullopt;
+    return best;
 }
 
 std::optional<uint16_t> snapshot::exact_slot(const mac_addr &oui) const {
@@ -74,6 +91,16 @@ bool snapshot::has_mode(int32_t ifx, int32_t mode) const {
 
 bool read_snapshot(connection &conn, snapshot *out) {
     snapshot s;
+    // Thousands of addresses sit on a few dozen ports: ask the device
+    // manager once per phyid.
+    std::map<int32_t, std::optional<uint32_t>> ifx_cache;
+    auto ifx_of = [&](int32_t phyid) {
+        const auto it = ifx_cache.find(phyid);
+        if (it != ifx_cache.end()) {
+            return it->second;
+        }
+        return ifx_cache[phyid] = ifx_of_phyid(static_cast<uint32_t>(phyid));
+    };
     const std::string marker_key = family_key(key_family::data_end).c_str();
     const std::string debug_key = family_key(key_family::debug_level).c_str();
 
@@ -197,14 +224,12 @@ bool read_snapshot(connection &conn, snapshot *out) {
             break;
         case key_family::mac_learning:
             if (const auto l = parse_mac_learning_key(key)) {
-                s.learned.push_back(
-                    {l->vlan, l->phyid, l->mac, ifx_of_phyid(static_cast<uint32_t>(l->phyid))});
+                s.learned.push_back({l->vlan, l->phyid, l->mac, ifx_of(l->phyid)});
             }
             break;
         case key_family::spec_oui_msg:
             if (const auto m = parse_spec_oui_msg_key(key)) {
-                s.specified.push_back(
-                    {m->oui, m->phyid, ifx_of_phyid(static_cast<uint32_t>(m->phyid))});
+                s.specified.push_back({m->oui, m->phyid, ifx_of(m->phyid)});
             }
             break;
         case key_family::mac_vlan:
@@ -242,6 +267,7 @@ bool read_snapshot(connection &conn, snapshot *out) {
     }
     std::sort(s.oui_slots.begin(), s.oui_slots.end(),
               [](const oui_slot &a, const oui_slot &b) { return a.slot < b.slot; });
+    s.index_ouis();
     for (const auto &[number, at] : mvlans_at) {
         s.mac_vlans.push_back({number, decode<mac_vlan_codec>(p0.values[at])});
     }

@@ -50,7 +50,8 @@ struct mac_vlan_entry {
     std::optional<mac_vlan_value> value;
 };
 
-struct snapshot {
+class snapshot {
+  public:
     // Database 1: configuration and join requests.
     std::vector<uint16_t> cfg_vids; // sorted
     bool cfg_security = false;
@@ -89,6 +90,12 @@ struct snapshot {
     std::optional<uint16_t> exact_slot(const mac_addr &oui) const;
     bool is_auto(int32_t ifx) const;
     bool has_mode(int32_t ifx, int32_t mode) const; // in database 0
+    // Builds the index voice_slot uses; read_snapshot calls it.
+    void index_ouis();
+
+  private:
+    // Per distinct mask (few: usually one), masked address -> lowest slot.
+    std::vector<std::pair<mac_addr, std::map<mac_addr, uint16_t>>> oui_index_;
 };
 
 // Reads both databases. False with conn's error on a failed read.

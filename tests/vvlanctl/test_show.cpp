@@ -150,8 +150,8 @@ TEST_F(ShowTest, TextShowsEveryTableAligned) {
              "  cos/dscp     5/46        5/46",
              "voice OUIs (2 of 124 slots)",
              "  1     0004f2000000  ffffff000000",
-             "  5    6      yes   yes     yes      00:e0:bb:12:34:56 (6, 0) 00:e0:bb:65:43:21 (6, "
-             "0)  -",
+             "  5    6      yes   yes     yes      00:e0:bb:12:34:56 (6, 0)       -\n"
+             "                                     00:e0:bb:65:43:21 (6, 0)\n",
              "  7    8      yes   no      yes      -",
              "  0      00:e0:bb:01:02:03  ff:ff:ff:00:00:00  100   0         yes",
          }) {
