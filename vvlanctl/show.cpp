@@ -101,20 +101,18 @@ std::string show_text(const snapshot &s) {
         for (const mac_addr &m : v.specified) {
             spec += (spec.empty() ? "" : " ") + hex12(m);
         }
-        std::vector<std::string> row{std::to_string(v.ifx),
-                                     v.phyid ? std::to_string(*v.phyid) : "?",
-                                     yes_no(v.auto_mode),
-                                     yes_no(v.joined),
-                                     yes_no(v.join_request),
-                                     "-",
-                                     spec.empty() ? "-" : spec};
+        std::vector<std::string> row{
+            std::to_string(v.ifx),    v.phyid ? std::to_string(*v.phyid) : "?",
+            yes_no(v.auto_mode),      yes_no(v.joined),
+            yes_no(v.join_request),   "-",
+            spec.empty() ? "-" : spec};
         if (v.voice.empty()) {
             p.row(row);
         }
         for (std::size_t i = 0; i < v.voice.size(); ++i) {
             const voice_address &a = v.voice[i];
-            row[5] = colon(a.mac) + " (" + std::to_string(a.phyid) + ", " + std::to_string(a.slot) +
-                     ")";
+            row[5] =
+                colon(a.mac) + " (" + std::to_string(a.phyid) + ", " + std::to_string(a.slot) + ")";
             if (i > 0) {
                 row = {"", "", "", "", "", row[5], ""};
             }

@@ -145,13 +145,12 @@ int main(int argc, char **argv) {
     testsupport::RedisClient client(server.socket_path());
     const auto fill_start = std::chrono::steady_clock::now();
     fill(client);
-    std::printf("filled: %d OUIs, %d ports, %d MAC-VLAN entries, %d learned addresses "
-                "(%lld keys in database 0) in %.0f ms\n",
-                OUIS, PORTS, MAC_VLANS, LEARNED,
-                static_cast<long long>(client.keys(0, "*").size()),
-                std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() -
-                                                          fill_start)
-                    .count());
+    std::printf(
+        "filled: %d OUIs, %d ports, %d MAC-VLAN entries, %d learned addresses "
+        "(%lld keys in database 0) in %.0f ms\n",
+        OUIS, PORTS, MAC_VLANS, LEARNED, static_cast<long long>(client.keys(0, "*").size()),
+        std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - fill_start)
+            .count());
     std::printf("%-14s %5s %9s %9s %9s %9s  %s\n", "command", "runs", "min ms", "median ms",
                 "max ms", "cpu ms", "status");
     int failures = 0;
