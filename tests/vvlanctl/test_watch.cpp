@@ -1,7 +1,6 @@
 // vvlanctl watch: a known sequence of events, decoded.
 #include <signal.h>
 
-#include <regex>
 #include <sstream>
 
 #include "ctl_fixture.h"
@@ -40,15 +39,28 @@ class WatchTest : public CtlTest {
         }
         ASSERT_EQ(killed, 1) << std::string(list->str, list->len);
     }
+    // "HH:MM:SS.mmm "
+    static bool is_timestamp(const std::string &t) {
+        const std::string shape = "00:00:00.000 ";
+        if (t.size() != shape.size()) {
+            return false;
+        }
+        for (std::size_t i = 0; i < t.size(); ++i) {
+            const bool digit = t[i] >= '0' && t[i] <= '9';
+            if (shape[i] == '0' ? !digit : t[i] != shape[i]) {
+                return false;
+            }
+        }
+        return true;
+    }
     // The lines without their timestamps, which must be "HH:MM:SS.mmm ".
     static std::vector<std::string> untimed(const std::string &out) {
-        static const std::regex stamp("^[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3} ");
         std::vector<std::string> lines;
         std::size_t start = 0;
         for (std::size_t end = out.find('\n'); end != std::string::npos;
              end = out.find('\n', start)) {
             const std::string line = out.substr(start, end - start);
-            EXPECT_TRUE(std::regex_search(line, stamp)) << line;
+            EXPECT_TRUE(is_timestamp(line.substr(0, 13))) << line;
             lines.push_back(line.substr(13));
             start = end + 1;
         }
