@@ -146,5 +146,25 @@ TEST_F(CheckTest, AutoModeDeletedWhileDisconnectedStillJoins) {
     EXPECT_EQ(findings(), strings({"joined_not_auto port 5"}));
 }
 
+// The 125th OUI: a full table refuses it, so its configuration has no copy.
+TEST_F(CheckTest, OuiRefusedByAFullTableIsPublishedDiffers) {
+    start_daemon(false);
+    configure();
+    for (int i = 1; i < 124; ++i) {
+        add_oui({0x00, 0x10, static_cast<uint8_t>(i), 0, 0, 0});
+    }
+    sync();
+    ASSERT_EQ(redis().keys(0, "/bridge/vvlan/oui_oper/*").size(), 124u);
+    EXPECT_EQ(findings(), strings());
+    ok({"add", "oui", "00:20:00:00:00:00"});
+    sync();
+    EXPECT_EQ(findings(), strings({"published_differs"}));
+    const tool_result r = ctl({"check"});
+    EXPECT_NE(r.out.find("/bridge/vvlan/oui_oper/002000000000/ffffff000000 configured, but no "
+                         "echo of it in database 0"),
+              std::string::npos)
+        << r.out;
+}
+
 } // namespace
 } // namespace ctltest
