@@ -1,0 +1,185 @@
+// vvlanctl show: the state after a scripted story, exactly.
+#include <fstream>
+
+#include "ctl_fixture.h"
+
+namespace ctltest {
+namespace {
+
+class ShowTest : public CtlTest {
+  protected:
+    // Voice VLAN 100 with two OUIs; port 5 joined by two phones, port 7 by a
+    // specified-OUI message, port 9 automatic with only other addresses;
+    // two MAC-VLAN entries, one carrying a voice OUI.
+    void story() {
+        ok({"set", "aging", "30"});
+        ok({"set", "vid", "100"});
+        ok({"set", "cos", "5", "46"});
+        ok({"set", "security", "on"});
+        ok({"add", "oui", "00e0bb000000"});
+        ok({"add", "oui", "00:04:f2:00:00:00", "ff:ff:ff:00:00:00"});
+        ok({"set", "auto", "5"});
+        ok({"set", "auto", "7"});
+        ok({"set", "auto", "9"});
+        ok({"learn", "100", "6", "00e0bb123456"});
+        ok({"learn", "100", "6", "00-e0-bb-65-43-21"});
+        ok({"learn", "200", "10", "00e0bb111111"});
+        ok({"learn", "100", "10", "001122334455"});
+        ok({"specify", "0004f2000000", "8"});
+        ok({"add", "mvlan", "0", "00e0bb010203", "ffffff000000", "100"});
+        ok({"add", "mvlan", "5", "001122334455", "ffffffffffff", "100"});
+        sync();
+    }
+};
+
+const char *const EXPECTED_JSON = R"({
+  "voice_vlan": {
+    "configured_vid": 100,
+    "applied_vid": 100,
+    "enabled": true,
+    "security": true,
+    "cos": 5,
+    "dscp": 46,
+    "aging_minutes": 30
+  },
+  "ouis": [
+    {
+      "slot": 0,
+      "oui": "00e0bb000000",
+      "mask": "ffffff000000"
+    },
+    {
+      "slot": 1,
+      "oui": "0004f2000000",
+      "mask": "ffffff000000"
+    }
+  ],
+  "ports": [
+    {
+      "ifx": 5,
+      "auto": true,
+      "joined": true,
+      "join_request": true,
+      "voice_addresses": [
+        {
+          "mac": "00:e0:bb:12:34:56",
+          "phyid": 6,
+          "oui_slot": 0
+        },
+        {
+          "mac": "00:e0:bb:65:43:21",
+          "phyid": 6,
+          "oui_slot": 0
+        }
+      ],
+      "specified_ouis": []
+    },
+    {
+      "ifx": 7,
+      "auto": true,
+      "joined": false,
+      "join_request": true,
+      "voice_addresses": [],
+      "specified_ouis": [
+        "0004f2000000"
+      ]
+    },
+    {
+      "ifx": 9,
+      "auto": true,
+      "joined": false,
+      "join_request": false,
+      "voice_addresses": [],
+      "specified_ouis": []
+    }
+  ],
+  "mac_vlan": [
+    {
+      "index": 0,
+      "mac": "00:e0:bb:01:02:03",
+      "mask": "ff:ff:ff:00:00:00",
+      "vlan": 100,
+      "oui_message": true
+    },
+    {
+      "index": 5,
+      "mac": "00:11:22:33:44:55",
+      "mask": "ff:ff:ff:ff:ff:ff",
+      "vlan": 100,
+      "oui_message": false
+    }
+  ]
+}
+)";
+
+TEST_F(ShowTest, JsonAfterTheStoryIsExactlyTheExpectedObject) {
+    start_daemon(false);
+    story();
+    const tool_result r = ok({"show", "--json"});
+    EXPECT_EQ(r.out, EXPECTED_JSON);
+    EXPECT_EQ(r.err, "");
+}
+
+TEST_F(ShowTest, EmptyDatabasesShowTheDaemonsDefaults) {
+    start_daemon(false);
+    const tool_result r = ok({"show", "--json"});
+    EXPECT_EQ(r.out, R"({
+  "voice_vlan": {
+    "configured_vid": null,
+    "applied_vid": null,
+    "enabled": false,
+    "security": false,
+    "cos": null,
+    "dscp": null,
+    "aging_minutes": 1440
+  },
+  "ouis": [],
+  "ports": [],
+  "mac_vlan": []
+}
+)");
+}
+
+TEST_F(ShowTest, TextShowsEveryTableAligned) {
+    start_daemon(false);
+    story();
+    const tool_result r = ok({"show"});
+    for (const char *line : {
+             "  id           100         100",
+             "  security     on          on",
+             "  cos/dscp     5/46        5/46",
+             "voice OUIs (2 of 124 slots)",
+             "  1     0004f2000000  ffffff000000",
+             "  5    6      yes   yes     yes      00:e0:bb:12:34:56 (6, 0)       -\n"
+             "                                     00:e0:bb:65:43:21 (6, 0)\n",
+             "  7    8      yes   no      yes      -",
+             "  0      00:e0:bb:01:02:03  ff:ff:ff:00:00:00  100   0         yes",
+         }) {
+        EXPECT_NE(r.out.find(line), std::string::npos) << line << "\n" << r.out;
+    }
+}
+
+// Ports are converted by the device manager, which honours LIBSDM_PORT_MAP
+// for the tool exactly as for the daemon.
+TEST_F(ShowTest, PortMapIsHonouredAsByTheDaemon) {
+    const std::string map = server().dir() + "/ports.map";
+    std::ofstream(map) << "# phyid ifx\n40 5\n41 9\n";
+    start_daemon(false, {{"LIBSDM_PORT_MAP", map}});
+    const std::map<std::string, std::string> env{{"LIBSDM_PORT_MAP", map}};
+    ok({"set", "vid", "100"}, env);
+    ok({"add", "oui", "00e0bb000000"}, env);
+    ok({"set", "auto", "5"}, env);
+    ok({"learn", "100", "40", "00e0bb123456"}, env);
+    sync();
+    ASSERT_TRUE(db1(join_key(5)).has_value());
+    const tool_result r = ok({"show", "--json"}, env);
+    EXPECT_NE(r.out.find(R"("phyid": 40,)"), std::string::npos) << r.out;
+    const tool_result text = ok({"show"}, env);
+    EXPECT_NE(text.out.find("  5    40     yes   yes     yes"), std::string::npos) << text.out;
+    // phyid 6 is no port under this map.
+    const tool_result bad = ctl({"learn", "100", "6", "00e0bb123456"}, env);
+    EXPECT_EQ(bad.status, 2) << bad.err;
+}
+
+} // namespace
+} // namespace ctltest

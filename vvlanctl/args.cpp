@@ -1,0 +1,63 @@
+#include "args.h"
+
+#include "ports.h"
+
+bool arg_number(std::string_view name, const std::string &text, uint32_t min, uint32_t max,
+                uint32_t *out, std::string *why) {
+    const std::string range = std::to_string(min) + ".." + std::to_string(max);
+    uint64_t value = 0;
+    bool digits = !text.empty() && text.size() <= 10;
+    for (const char c : text) {
+        if (c < '0' || c > '9') {
+            digits = false;
+            break;
+        }
+        value = value * 10 + static_cast<uint64_t>(c - '0');
+    }
+    if (!digits) {
+        *why = std::string(name) + " \"" + text + "\" is not a number (" + range + ")";
+        return false;
+    }
+    if (value < min || value > max) {
+        *why = std::string(name) + " \"" + text + "\" is out of range " + range;
+        return false;
+    }
+    *out = static_cast<uint32_t>(value);
+    return true;
+}
+
+bool arg_mac(std::string_view name, const std::string &text, mac_addr *out, std::string *why) {
+    if (!mac_parse(text, out)) {
+        *why = std::string(name) + " \"" + text +
+               "\" is not an address (12 hexadecimal digits, or six pairs separated by ':' or "
+               "'-')";
+        return false;
+    }
+    return true;
+}
+
+bool arg_phyid(std::string_view name, const std::string &text, uint32_t *phyid, uint32_t *ifx,
+               std::string *why) {
+    if (!arg_number(name, text, 0, 0xffffffffu, phyid, why)) {
+        return false;
+    }
+    if (!ports_init(why)) {
+        return false;
+    }
+    const auto port = ifx_of_phyid(*phyid);
+    if (!port) {
+        *why = std::string(name) + " \"" + text + "\" is no port the device manager knows";
+        return false;
+    }
+    *ifx = *port;
+    return true;
+}
+
+bool arg_count(std::size_t have, std::size_t min, std::size_t max, const std::string &usage,
+               std::string *why) {
+    if (have < min || have > max) {
+        *why = (have < min ? "missing arguments; usage: " : "too many arguments; usage: ") + usage;
+        return false;
+    }
+    return true;
+}

@@ -1,0 +1,229 @@
+#include "connection.h"
+
+#include <sys/time.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+const char *env_or_null(const char *name) {
+    const char *value = std::getenv(name);
+    return value != nullptr && value[0] != '\0' ? value : nullptr;
+}
+
+bool parse_port(const std::string &text, int *port) {
+    if (text.empty() || text.size() > 5) {
+        return false;
+    }
+    int value = 0;
+    for (const char c : text) {
+        if (c < '0' || c > '9') {
+            return false;
+        }
+        value = value * 10 + (c - '0');
+    }
+    if (value < 1 || value > 65535) {
+        return false;
+    }
+    *port = value;
+    return true;
+}
+
+// A server that accepts but never answers must not hang the tool.
+constexpr timeval IO_TIMEOUT = {10, 0};
+constexpr timeval CONNECT_TIMEOUT = {3, 0};
+
+} // namespace
+
+std::string server_address::describe() const {
+    return socket_path.empty() ? host + ":" + std::to_string(port) : socket_path;
+}
+
+bool resolve_address(const std::string &socket_opt, const std::string &host_opt,
+                     const std::string &port_opt, server_address *out, std::string *why) {
+    server_address a;
+    if (!socket_opt.empty()) {
+        a.socket_path = socket_opt;
+    } else if (host_opt.empty() && port_opt.empty() && env_or_null("TUKREDIS_SOCKET")) {
+        a.socket_path = env_or_null("TUKREDIS_SOCKET");
+    } else {
+        if (!host_opt.empty()) {
+            a.host = host_opt;
+        } else if (const char *h = env_or_null("TUKREDIS_HOST")) {
+            a.host = h;
+        }
+        if (!port_opt.empty()) {
+            if (!parse_port(port_opt, &a.port)) {
+                *why = "PORT \"" + port_opt + "\" is not a port number (1..65535)";
+                return false;
+            }
+        } else if (const char *p = env_or_null("TUKREDIS_PORT")) {
+            if (!parse_port(p, &a.port)) {
+                *why = std::string("TUKREDIS_PORT \"") + p + "\" is not a port number (1..65535)";
+                return false;
+            }
+        }
+    }
+    *out = a;
+    return true;
+}
+
+std::unique_ptr<connection> connection::open(const server_address &address, std::string *why) {
+    redisContext *ctx =
+        address.socket_path.empty()
+            ? redisConnectWithTimeout(address.host.c_str(), address.port, CONNECT_TIMEOUT)
+            : redisConnectUnixWithTimeout(address.socket_path.c_str(), CONNECT_TIMEOUT);
+    if (ctx == nullptr) {
+        *why = "out of memory";
+        return nullptr;
+    }
+    if (ctx->err != 0) {
+        *why = ctx->errstr;
+        redisFree(ctx);
+        return nullptr;
+    }
+    redisSetTimeout(ctx, IO_TIMEOUT);
+    std::unique_ptr<connection> c(new connection(ctx));
+    // A server that is there but not usable (loading, protected) is no
+    // better than none.
+    const reply_ptr pong = c->command({"PING"});
+    if (!pong) {
+        *why = c->error();
+        return nullptr;
+    }
+    return c;
+}
+
+connection::~connection() {
+    redisFree(ctx_);
+}
+
+reply_ptr connection::run(const std::vector<std::string> &argv) {
+    if (failed()) {
+        return nullptr;
+    }
+    std::vector<const char *> args;
+    std::vector<size_t> lens;
+    for (const std::string &a : argv) {
+        args.push_back(a.data());
+        lens.push_back(a.size());
+    }
+    reply_ptr r(static_cast<redisReply *>(
+        redisCommandArgv(ctx_, static_cast<int>(args.size()), args.data(), lens.data())));
+    if (!r) {
+        error_ = ctx_->err != 0 ? ctx_->errstr : "no reply";
+        return nullptr;
+    }
+    if (r->type == REDIS_REPLY_ERROR) {
+        error_ = argv.front() + ": " + std::string(r->str, r->len);
+        return nullptr;
+    }
+    return r;
+}
+
+bool connection::select(int db) {
+    if (selected_ == db) {
+        return !failed();
+    }
+    if (!run({"SELECT", std::to_string(db)})) {
+        return false;
+    }
+    selected_ = db;
+    return true;
+}
+
+reply_ptr connection::command(int db, const std::vector<std::string> &argv) {
+    return select(db) ? run(argv) : nullptr;
+}
+
+reply_ptr connection::command(const std::vector<std::string> &argv) {
+    return run(argv);
+}
+
+bool connection::set(int db, const std::string &key, const std::string &value) {
+    return command(db, {"SET", key, value}) != nullptr;
+}
+
+bool connection::del(int db, const std::string &key) {
+    return command(db, {"DEL", key}) != nullptr;
+}
+
+std::optional<std::string> connection::get(int db, const std::string &key) {
+    const reply_ptr r = command(db, {"GET", key});
+    if (!r || r->type != REDIS_REPLY_STRING) {
+        return std::nullopt;
+    }
+    return std::string(r->str, r->len);
+}
+
+bool connection::scan(int db, const std::string &match, std::vector<std::string> *keys) {
+    std::string cursor = "0";
+    do {
+        const reply_ptr r = command(db, {"SCAN", cursor, "MATCH", match, "COUNT", "4096"});
+        if (!r) {
+            return false;
+        }
+        if (r->type != REDIS_REPLY_ARRAY || r->elements != 2) {
+            error_ = "SCAN: unexpected reply";
+            return false;
+        }
+        cursor.assign(r->element[0]->str, r->element[0]->len);
+        const redisReply *batch = r->element[1];
+        for (size_t i = 0; i < batch->elements; ++i) {
+            keys->emplace_back(batch->element[i]->str, batch->element[i]->len);
+        }
+    } while (cursor != "0");
+    return true;
+}
+
+bool connection::get_many(int db, const std::vector<std::string> &keys,
+                          std::vector<std::optional<std::string>> *values) {
+    values->clear();
+    if (keys.empty()) {
+        return !failed();
+    }
+    std::vector<std::string> argv{"MGET"};
+    argv.insert(argv.end(), keys.begin(), keys.end());
+    const reply_ptr r = command(db, argv);
+    if (!r) {
+        return false;
+    }
+    if (r->type != REDIS_REPLY_ARRAY || r->elements != keys.size()) {
+        error_ = "MGET: unexpected reply";
+        return false;
+    }
+    for (size_t i = 0; i < r->elements; ++i) {
+        const redisReply *e = r->element[i];
+        if (e->type == REDIS_REPLY_STRING) {
+            values->emplace_back(std::string(e->str, e->len));
+        } else {
+            values->emplace_back(std::nullopt);
+        }
+    }
+    return true;
+}
+
+bool connection::enable_keyspace_events() {
+    const reply_ptr r = command({"CONFIG", "GET", "notify-keyspace-events"});
+    if (!r) {
+        return false;
+    }
+    std::string flags;
+    if (r->type == REDIS_REPLY_ARRAY && r->elements == 2) {
+        flags.assign(r->element[1]->str, r->element[1]->len);
+    }
+    std::string wanted = flags;
+    // "A" stands for all the classes, so it already covers g, $, x and e.
+    const bool all = flags.find('A') != std::string::npos;
+    for (const char c : std::string("Kg$xe")) {
+        if (flags.find(c) == std::string::npos && !(all && c != 'K')) {
+            wanted += c;
+        }
+    }
+    if (wanted == flags) {
+        return true;
+    }
+    return command({"CONFIG", "SET", "notify-keyspace-events", wanted}) != nullptr;
+}

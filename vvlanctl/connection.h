@@ -1,0 +1,71 @@
+// vvlanctl's connection to the switch's redis-server: where it is (options,
+// then the bus library's environment, then 127.0.0.1:6379) and the few
+// commands the tool needs, binary-safe, in either database.
+#pragma once
+
+#include <hiredis/hiredis.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+struct server_address {
+    std::string socket_path; // wins when set
+    std::string host = "127.0.0.1";
+    int port = 6379;
+    std::string describe() const;
+};
+
+// -s/-h/-p as given (empty: not given), completed from TUKREDIS_SOCKET,
+// TUKREDIS_HOST and TUKREDIS_PORT as the bus library reads them. False with
+// why for a port that is no port number.
+bool resolve_address(const std::string &socket_opt, const std::string &host_opt,
+                     const std::string &port_opt, server_address *out, std::string *why);
+
+struct reply_deleter {
+    void operator()(redisReply *r) const { freeReplyObject(r); }
+};
+using reply_ptr = std::unique_ptr<redisReply, reply_deleter>;
+
+// One blocking connection. Any I/O failure or error reply is remembered in
+// error() and makes every later call fail: the caller reports it once and
+// exits with the "cannot connect" status.
+class connection {
+  public:
+    static std::unique_ptr<connection> open(const server_address &address, std::string *why);
+    ~connection();
+    connection(const connection &) = delete;
+    connection &operator=(const connection &) = delete;
+
+    // Any command in database db (nullptr on failure).
+    reply_ptr command(int db, const std::vector<std::string> &argv);
+    // A server-wide command, in whatever database is selected.
+    reply_ptr command(const std::vector<std::string> &argv);
+
+    bool set(int db, const std::string &key, const std::string &value);
+    bool del(int db, const std::string &key);
+    std::optional<std::string> get(int db, const std::string &key);
+    // Every key of db matching the glob, by SCAN, in no particular order.
+    bool scan(int db, const std::string &match, std::vector<std::string> *keys);
+    // The values of keys (nullopt for a missing key), in one MGET.
+    bool get_many(int db, const std::vector<std::string> &keys,
+                  std::vector<std::optional<std::string>> *values);
+
+    // Turns on the keyspace events the bus library relies on (generic,
+    // string, expiry, eviction), keeping whatever the server already has.
+    bool enable_keyspace_events();
+
+    redisContext *raw() { return ctx_; }
+    bool failed() const { return !error_.empty(); }
+    const std::string &error() const { return error_; }
+
+  private:
+    explicit connection(redisContext *ctx) : ctx_(ctx) {}
+    bool select(int db);
+    reply_ptr run(const std::vector<std::string> &argv);
+
+    redisContext *ctx_;
+    int selected_ = 0;
+    std::string error_;
+};

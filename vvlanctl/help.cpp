@@ -1,0 +1,191 @@
+#include "help.h"
+
+#include <cstring>
+
+const char *const TOOL_HELP =
+    R"(usage: vvlanctl [-s PATH | -h HOST [-p PORT]] COMMAND [ARGUMENTS]
+       vvlanctl --help | --version | COMMAND --help
+
+See, check and drive the voice VLAN of dov_vvlan through the switch's
+redis-server: database 1 holds the configuration and the join requests,
+database 0 the applied copies, the learned addresses and the messages.
+
+Connection (first that applies):
+  -s, --socket PATH   Unix socket of the redis-server
+  -h, --host HOST     TCP host      -p, --port PORT   TCP port
+  TUKREDIS_SOCKET, then TUKREDIS_HOST and TUKREDIS_PORT, as the bus library
+  reads them; else 127.0.0.1:6379. Ports are converted between phyid and
+  ifx by the device manager (LIBSDM_PORT_MAP on a PC).
+
+Commands:
+  show [--json]            the voice VLAN as configured and as applied, and
+                           why each port is where it is
+  check [--json]           find the conditions that leave the voice VLAN wrong
+  watch [--count N]        follow both databases, one decoded line per event
+  set vid VLAN | unset vid VLAN        voice VLAN on with that id, off
+  set aging MINUTES                    aging time
+  set cos COS DSCP                     CoS and DSCP of voice traffic
+  set security on|off                  security mode
+  add oui OUI [MASK] | del oui OUI [MASK]          voice OUIs
+  set auto IFX | unset auto IFX        a port in or out of automatic mode
+  learn VLAN PHYID MAC | age VLAN PHYID MAC        the forwarding layer
+  specify OUI PHYID | unspecify OUI PHYID          specified-OUI messages
+  add mvlan INDEX MAC MASK VLAN | del mvlan INDEX  MAC-VLAN table entries
+  debug LEVEL              the daemon's trace level (debugDovVVlan)
+  sync [--timeout SECONDS] wait until the daemon has handled every write
+
+Addresses: 12 hexadecimal digits, or six pairs separated by ':' or '-'.
+
+Exit status: 0 success (check: nothing found); 1 check found something, or
+sync was not answered in time; 2 bad usage or input, nothing written;
+3 no usable connection to the server.
+)";
+
+namespace {
+
+const char *const SHOW_HELP = R"(usage: vvlanctl show [--json]
+
+Reads both databases and prints:
+  - the voice VLAN: id and state, security mode, CoS/DSCP, aging time, the
+    load-complete marker, as configured (database 1) and as applied
+    (database 0);
+  - the OUI table by slot, as the daemon's echoes in database 0 show it;
+  - every port that is automatic, joined (its mode 2 key
+    /bridge/vvlan/port_oper/<ifx>/2 is in database 0) or has a join request
+    (/bri/mac/macTblDyn_vvlan/<ifx> in database 1), with why: the voice-OUI
+    addresses learned on it now in the voice VLAN (address, phyid, the slot it
+    matches) and the specified-OUI messages that name it;
+  - the MAC-VLAN entries (INDEX 0..127 is key number 256 + INDEX) and whether
+    the OUI message of their slot is published.
+
+--json prints one object with exactly the members voice_vlan (configured_vid,
+applied_vid, enabled, security, cos, dscp, aging_minutes), ouis (slot, oui,
+mask), ports (ifx, auto, joined, join_request, voice_addresses: mac, phyid,
+oui_slot; specified_ouis) and mac_vlan (index, mac, mask, vlan, oui_message).
+aging_minutes is 1440 when no aging time is configured, as the daemon starts.
+)";
+
+const char *const CHECK_HELP = R"(usage: vvlanctl check [--json]
+
+Audits both databases; one finding per line (--json: a list of objects with
+kind, ifx where it applies, and detail). Exit status 1 if there is any.
+
+join_key_missing: a join request in database 1, no mode 2 key in database 0.
+  Points at: every re-synchronisation (after any lost subscription: a server
+  restart, a killed subscription client, an output-buffer overflow, a stalled
+  server) sweeps /bridge/vvlan/port_oper/*, and nothing re-publishes mode 2
+  keys; the port stays joined in the daemon's memory and later learnings
+  write nothing back. Also left by taking a joined port out of automatic mode
+  (the join request is deliberately kept).
+  Do: take the port out of automatic mode and put it back (unset auto IFX,
+  set auto IFX), then let the phone be learned again; if the join request
+  stays, delete it as the management plane would, or restart the daemon.
+
+joined_without_voice_address: a join request, but no voice-OUI address
+  learned on the port in the voice VLAN and no specified-OUI message for it.
+  Normal for one aging period after the last voice address aged.
+  Points at: a deleted OUI after its phone aged wraps the port's count
+  (the plain decrement is kept) and the port never leaves; learnings and
+  ageings lost during a disconnection are never re-read; configuration
+  deleted while the daemon was disconnected stays applied in memory.
+  Do: if it outlasts the aging time, unset and set the port's automatic mode
+  (or restart the daemon) so its count starts from zero.
+
+voice_address_not_joined: a voice-OUI address learned on an automatic port
+  in the voice VLAN, and no join request.
+  Points at: a learning made while the daemon was disconnected or stopped
+  (the re-synchronisation does not re-read MAC-learning keys), or a count
+  that drifted after lost ageings.
+  Do: have the address learned again (age it and learn it: the forwarding
+  layer does so when the phone reconnects), or restart the daemon and then
+  relearn.
+
+joined_not_auto: a join request or a mode 2 key on a port that is not in
+  automatic mode.
+  Points at: leaving automatic mode deletes the mode 2 key but deliberately
+  keeps the join request (only an aging removes it); configuration deleted
+  while the daemon was disconnected stays applied in its memory.
+  Do: if the port should not be in the voice VLAN, put it in automatic mode
+  until it ages out, or delete the join request as the management plane
+  would.
+
+published_differs: a database-0 copy (vid, secu_mode, cos_dscp, an OUI echo,
+  a mode 1 echo) that the database-1 configuration no longer produces, or a
+  configuration whose copy is missing.
+  Points at: configuration deleted while the daemon was disconnected (the
+  scan re-reads only keys that still exist, so a deleted security mode is
+  published again); a deleted CoS/DSCP key, which is never withdrawn; an OUI
+  refused by a full table (124 slots).
+  Do: write the setting again as it should be (or delete and re-add it) and
+  run sync; restart the daemon if the copy still differs.
+)";
+
+const char *const WATCH_HELP = R"(usage: vvlanctl watch [--count N]
+
+Follows the keyspace events of both databases and prints one line per event
+with a millisecond timestamp, in the system's terms, for example:
+  12:00:01.250 learn vlan 100 phyid 6 (port 5) 00:e0:bb:12:34:56 voice slot 0
+  12:00:01.251 join port 5
+  12:00:01.251 join request port 5
+  12:00:09.004 oui add slot 3 00e0bb000000/ffffff000000
+Configuration (database 1) reads as the command that writes it ("set vid
+100", "set auto port 5"); the daemon's copies read as applied or withdrawn;
+"marked" is a re-synchronisation's time to live. Turns on the keyspace
+events the bus library needs if the server has them off. "watching" on
+standard error says the subscription is in place. Ends on SIGINT (or
+SIGTERM) with status 0, or after N events.
+)";
+
+const char *const WRITE_HELP =
+    R"(usage: vvlanctl set vid VLAN | unset vid VLAN        (database 1)
+       vvlanctl set aging MINUTES | set cos COS DSCP | set security on|off
+       vvlanctl add oui OUI [MASK] | del oui OUI [MASK]
+       vvlanctl set auto IFX | unset auto IFX
+       vvlanctl learn VLAN PHYID MAC | age VLAN PHYID MAC (database 0)
+       vvlanctl specify OUI PHYID | unspecify OUI PHYID
+       vvlanctl add mvlan INDEX MAC MASK VLAN | del mvlan INDEX
+       vvlanctl debug LEVEL
+
+Writes keys as the management plane (database 1), the forwarding layer and
+the other components (database 0) would, values encoded big-endian as the
+switch's records:
+  VLAN 1..4094; MINUTES 0..65535; COS 0..7; DSCP 0..63; IFX 0..52;
+  PHYID a port the device manager knows; INDEX 0..127 (MAC-VLAN key number
+  256 + INDEX); LEVEL 0..2147483647; OUI, MAC, MASK addresses (MASK of an
+  OUI defaults to ffffff000000 and may not be zero; the OUI is written
+  masked). "set security off" deletes every security mode key.
+Every argument is checked first: a bad one is named, nothing is written,
+and the status is 2.
+)";
+
+const char *const SYNC_HELP = R"(usage: vvlanctl sync [--timeout SECONDS]
+
+Writes the load-complete marker /bridge/vvlan/data/end in database 1 with a
+new number and waits until the daemon has copied it to database 0: since
+the daemon handles notifications in order, everything written before has
+then been handled. SECONDS 1..3600, default 10; status 1 when no copy came.
+)";
+
+struct entry {
+    const char *name;
+    const char *help;
+};
+
+const entry HELPS[] = {
+    {"show", SHOW_HELP},     {"check", CHECK_HELP},     {"watch", WATCH_HELP},
+    {"set", WRITE_HELP},     {"unset", WRITE_HELP},     {"add", WRITE_HELP},
+    {"del", WRITE_HELP},     {"learn", WRITE_HELP},     {"age", WRITE_HELP},
+    {"specify", WRITE_HELP}, {"unspecify", WRITE_HELP}, {"debug", WRITE_HELP},
+    {"sync", SYNC_HELP},
+};
+
+} // namespace
+
+const char *command_help(const std::string &command) {
+    for (const entry &e : HELPS) {
+        if (command == e.name) {
+            return e.help;
+        }
+    }
+    return nullptr;
+}

@@ -1,0 +1,131 @@
+// vvlanctl: see, check and drive the voice VLAN from a shell.
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+
+#include "commands.h"
+#include "help.h"
+
+#ifndef VVLANCTL_VERSION
+#error "VVLANCTL_VERSION must be defined by the build"
+#endif
+
+namespace {
+
+struct command_entry {
+    const char *name;
+    int (*run)(const tool_context &);
+};
+
+const command_entry COMMANDS[] = {
+    {"show", cmd_show},   {"check", cmd_check},   {"watch", cmd_watch},     {"set", cmd_write},
+    {"unset", cmd_write}, {"add", cmd_write},     {"del", cmd_write},       {"learn", cmd_write},
+    {"age", cmd_write},   {"specify", cmd_write}, {"unspecify", cmd_write}, {"debug", cmd_write},
+    {"sync", cmd_sync},
+};
+
+int usage(const std::string &why) {
+    std::fprintf(stderr, "vvlanctl: %s (vvlanctl --help)\n", why.c_str());
+    return EXIT_USAGE;
+}
+
+// "--name=value" or "--name value" / "-n value".
+bool option_value(int argc, char **argv, int *i, const char *shrt, const char *lng,
+                  std::string *value, std::string *why) {
+    const std::string arg = argv[*i];
+    const std::string eq = std::string(lng) + "=";
+    if (arg.rfind(eq, 0) == 0) {
+        *value = arg.substr(eq.size());
+    } else if (arg == shrt || arg == lng) {
+        if (*i + 1 >= argc) {
+            *why = "option " + arg + " needs a value";
+            return false;
+        }
+        *value = argv[++*i];
+    } else {
+        return false;
+    }
+    if (value->empty()) {
+        *why = "option " + arg + " has an empty value";
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
+int fail(const tool_context &t, int status, const std::string &why) {
+    std::fprintf(stderr, "vvlanctl: %s: %s\n", t.command.c_str(), why.c_str());
+    return status;
+}
+
+std::unique_ptr<connection> connect_or_report(const tool_context &t) {
+    std::string why;
+    auto c = connection::open(t.address, &why);
+    if (!c) {
+        fail(t, EXIT_CONNECT, "cannot connect to " + t.address.describe() + ": " + why);
+    }
+    return c;
+}
+
+int lost(const tool_context &t, const connection &c) {
+    return fail(t, EXIT_CONNECT, "server " + t.address.describe() + ": " + c.error());
+}
+
+int main(int argc, char **argv) {
+    // A server that goes away must give status 3, not kill the tool.
+    std::signal(SIGPIPE, SIG_IGN);
+    std::string socket_opt;
+    std::string host_opt;
+    std::string port_opt;
+    int i = 1;
+    for (; i < argc && argv[i][0] == '-'; ++i) {
+        const std::string arg = argv[i];
+        std::string why;
+        if (arg == "--help") {
+            std::fputs(TOOL_HELP, stdout);
+            return EXIT_FINE;
+        }
+        if (arg == "--version") {
+            std::printf("vvlanctl %s\n", VVLANCTL_VERSION);
+            return EXIT_FINE;
+        }
+        if (option_value(argc, argv, &i, "-s", "--socket", &socket_opt, &why) ||
+            option_value(argc, argv, &i, "-h", "--host", &host_opt, &why) ||
+            option_value(argc, argv, &i, "-p", "--port", &port_opt, &why)) {
+            continue;
+        }
+        return usage(why.empty() ? "unknown option \"" + arg + "\"" : why);
+    }
+    if (i >= argc) {
+        return usage("no command");
+    }
+    if (!socket_opt.empty() && (!host_opt.empty() || !port_opt.empty())) {
+        return usage("--socket and --host/--port exclude each other");
+    }
+    tool_context t;
+    t.command = argv[i];
+    for (int k = i + 1; k < argc; ++k) {
+        t.args.emplace_back(argv[k]);
+    }
+    const command_entry *found = nullptr;
+    for (const command_entry &c : COMMANDS) {
+        if (t.command == c.name) {
+            found = &c;
+        }
+    }
+    if (found == nullptr) {
+        return usage("unknown command \"" + t.command + "\"");
+    }
+    for (const std::string &a : t.args) {
+        if (a == "--help") {
+            std::fputs(command_help(t.command), stdout);
+            return EXIT_FINE;
+        }
+    }
+    std::string why;
+    if (!resolve_address(socket_opt, host_opt, port_opt, &t.address, &why)) {
+        return fail(t, EXIT_USAGE, why);
+    }
+    return found->run(t);
+}

@@ -1,0 +1,19 @@
+// Aligned columns for vvlanctl's human output: a header row and rows of
+// cells, each column as wide as its widest cell, two blanks between columns.
+#pragma once
+
+#include <string>
+#include <vector>
+
+class text_table {
+  public:
+    explicit text_table(std::vector<std::string> header) : header_(std::move(header)) {}
+    void row(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
+    bool empty() const { return rows_.empty(); }
+    // Every line indented by indent blanks, trailing blanks trimmed.
+    std::string render(int indent = 2) const;
+
+  private:
+    std::vector<std::string> header_;
+    std::vector<std::vector<std::string>> rows_;
+};
