@@ -4,11 +4,8 @@
 #include <cstring>
 
 #include "commands.h"
+#include "dov_vvlan_version.h"
 #include "help.h"
-
-#ifndef VVLANCTL_VERSION
-#error "VVLANCTL_VERSION must be defined by the build"
-#endif
 
 namespace {
 
@@ -87,7 +84,9 @@ int main(int argc, char **argv) {
             return EXIT_FINE;
         }
         if (arg == "--version") {
-            std::printf("vvlanctl %s\n", VVLANCTL_VERSION);
+            // The same text the daemon carries, so a tool and a daemon from
+            // one build say so.
+            std::printf("%s\n", dov_vvlan_version);
             return EXIT_FINE;
         }
         if (option_value(argc, argv, &i, "-s", "--socket", &socket_opt, &why) ||

@@ -1,8 +1,8 @@
 #include "app/resync_scan.h"
 
-#include "app/handlers.h"
 #include "app/subscription_table.h"
 #include "trace/trace.h"
+#include "wire/key_families.h"
 
 namespace {
 
@@ -35,13 +35,13 @@ static_assert(all_subscribed(REREAD_ROWS) && all_subscribed(SWEPT_ROWS));
 static_assert(
     [] {
         for (std::size_t i = 0; i < REREAD_ORDER.size(); ++i) {
-            if (handler_of(REREAD_ORDER[i]) != handler_of(SUBSCRIPTION_ORDER[REREAD_ROWS[i]])) {
+            if (SUBSCRIPTION_ORDER[static_cast<std::size_t>(REREAD_ROWS[i])] != REREAD_ORDER[i]) {
                 return false;
             }
         }
         return true;
     }(),
-    "a family is re-read through its own row's handler");
+    "a family is re-read through its own row, so through its own handler");
 
 const tukredis_sub_row &row(int index) {
     return g_sub_table[static_cast<std::size_t>(index)];

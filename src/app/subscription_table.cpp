@@ -27,7 +27,7 @@ constexpr tukredis_sub_row sub_row_of(key_family f) {
     for (std::size_t i = 0; i < pattern.size(); ++i) {
         row.pattern[i] = pattern[i];
     }
-    row.handler = handler_of(f);
+    row.handler = handler_of(f).value();
     row.reserved = 0;
     return row;
 }
