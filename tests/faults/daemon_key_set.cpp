@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdint>
 #include <functional>
-#include <regex>
 #include <vector>
 
 #include "wire/key_families.h"
@@ -21,38 +21,93 @@ constexpr int32_t ANY_INT2 = 7654321;
 constexpr mac_addr ANY_MAC{0xa1, 0xa2, 0xa3, 0xa4, 0xa5, 0xa6};
 constexpr mac_addr ANY_MASK{0xb1, 0xb2, 0xb3, 0xb4, 0xb5, 0xb6};
 
-const std::vector<std::pair<std::string, std::string>> &placeholders() {
-    static const std::vector<std::pair<std::string, std::string>> p = {
-        {std::to_string(ANY_INT), "-?[0-9]+"},        {std::to_string(ANY_INT2), "-?[0-9]+"},
-        {std::to_string(ANY_U16), "[0-9]+"},          {mac_hex12(ANY_MAC).data(), "[0-9a-f]{12}"},
-        {mac_hex12(ANY_MASK).data(), "[0-9a-f]{12}"},
+enum class part_kind { literal, integer, u16, hex12 };
+
+struct part {
+    part_kind kind;
+    std::string text; // literal only
+};
+
+// A key form: the literal text the builder wrote, with the placeholders
+// opened into what they stand for.
+using key_form_parts = std::vector<part>;
+
+const std::vector<std::pair<std::string, part_kind>> &placeholders() {
+    static const std::vector<std::pair<std::string, part_kind>> p = {
+        {std::to_string(ANY_INT), part_kind::integer},
+        {std::to_string(ANY_INT2), part_kind::integer},
+        {std::to_string(ANY_U16), part_kind::u16},
+        {mac_hex12(ANY_MAC).data(), part_kind::hex12},
+        {mac_hex12(ANY_MASK).data(), part_kind::hex12},
     };
     return p;
 }
 
-// The builder's key as a regular expression: its text, placeholders opened.
-std::regex key_form(const key_buf &built) {
-    std::string text = built.c_str();
-    std::string out;
+key_form_parts key_form(const key_buf &built) {
+    const std::string text = built.c_str();
+    key_form_parts out;
     for (std::size_t i = 0; i < text.size();) {
         bool replaced = false;
-        for (const auto &[literal, pattern] : placeholders()) {
+        for (const auto &[literal, kind] : placeholders()) {
             if (text.compare(i, literal.size(), literal) == 0) {
-                out += pattern;
+                out.push_back({kind, ""});
                 i += literal.size();
                 replaced = true;
                 break;
             }
         }
         if (!replaced) {
-            const char c = text[i++];
-            if (std::isalnum(static_cast<unsigned char>(c)) == 0) {
-                out.push_back('\\');
+            if (out.empty() || out.back().kind != part_kind::literal) {
+                out.push_back({part_kind::literal, ""});
             }
-            out.push_back(c);
+            out.back().text.push_back(text[i++]);
         }
     }
-    return std::regex(out);
+    return out;
+}
+
+bool is_digit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+bool is_hex(char c) {
+    return is_digit(c) || (c >= 'a' && c <= 'f');
+}
+
+bool matches(const std::string &key, const key_form_parts &form) {
+    std::size_t i = 0;
+    for (const part &p : form) {
+        switch (p.kind) {
+        case part_kind::literal:
+            if (key.compare(i, p.text.size(), p.text) != 0) {
+                return false;
+            }
+            i += p.text.size();
+            break;
+        case part_kind::integer:
+        case part_kind::u16: {
+            if (p.kind == part_kind::integer && i < key.size() && key[i] == '-') {
+                ++i;
+            }
+            const std::size_t start = i;
+            while (i < key.size() && is_digit(key[i])) {
+                ++i;
+            }
+            if (i == start) {
+                return false;
+            }
+            break;
+        }
+        case part_kind::hex12:
+            for (std::size_t k = 0; k < 12; ++k, ++i) {
+                if (i >= key.size() || !is_hex(key[i])) {
+                    return false;
+                }
+            }
+            break;
+        }
+    }
+    return i == key.size();
 }
 
 bool decimal(const std::string &v) {
@@ -70,7 +125,7 @@ std::function<bool(const std::string &)> sized() {
 struct write_form {
     const char *what;
     int db;
-    std::regex key;
+    key_form_parts key;
     std::function<bool(const std::string &)> set_value; // null: never SET
     bool deleted;                                       // DEL allowed
 };
@@ -139,7 +194,7 @@ bool subscribable(const std::string &channel) {
 std::optional<std::string> check_write(const monitored_command &c, bool set) {
     const std::string &key = c.argv[1];
     for (const write_form &form : write_forms()) {
-        if (form.db != c.db || !std::regex_match(key, form.key)) {
+        if (form.db != c.db || !matches(key, form.key)) {
             continue;
         }
         if (set && form.set_value && c.argv.size() == 3 && form.set_value(c.argv[2])) {
