@@ -40,6 +40,9 @@ void FaultTest::remove(int db, const key_buf &key) {
 void FaultTest::set_vid(uint16_t vid) {
     put(DB_CONFIG, vid_key(vid), "");
 }
+void FaultTest::unset_vid(uint16_t vid) {
+    remove(DB_CONFIG, vid_key(vid));
+}
 void FaultTest::set_security() {
     put(DB_CONFIG, key_printf("%s1", prefix_of(key_family::secu_mode)), "");
 }
@@ -209,7 +212,7 @@ void FaultTest::expect_only(const prescribed_losses &losses) {
         named += "  " + name + "\n";
     }
     const state_difference diff = compare_states(after, fresh);
-    EXPECT_EQ(diff, losses.difference())
+    EXPECT_TRUE(diff == losses.difference())
         << "after the fault, against a fresh daemon on the same inputs:\n"
         << describe(diff) << "prescribed:\n"
         << describe(losses.difference()) << "named losses:\n"
@@ -222,7 +225,7 @@ void FaultTest::expect_only(const prescribed_losses &losses) {
                   << "and nothing (exit 0) for the fresh daemon\n";
         return;
     }
-    EXPECT_EQ(check->found, losses.check_findings())
+    EXPECT_TRUE(check->found == losses.check_findings())
         << "vvlanctl check found:\n"
         << describe(check->found) << "expected:\n"
         << describe(losses.check_findings()) << check->output;

@@ -24,6 +24,7 @@ class FaultTest : public integration::DaemonTest {
 
     // The management plane (database 1).
     void set_vid(uint16_t vid);
+    void unset_vid(uint16_t vid);
     void set_security();
     void unset_security();
     void set_cos_dscp(uint8_t cos, uint8_t dscp);
