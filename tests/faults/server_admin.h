@@ -1,0 +1,34 @@
+// Faults made through the server itself: its clients killed, its data saved
+// across a restart.
+#pragma once
+
+#include <set>
+#include <string>
+#include <vector>
+
+#include "testsupport/redis_client.h"
+#include "testsupport/redis_server.h"
+
+namespace faults {
+
+struct client_info {
+    long long id;
+    std::string flags; // "N" normal (TCP), "U" Unix socket, "P" subscribed, "O" monitor...
+};
+
+std::vector<client_info> list_clients(testsupport::RedisClient &admin);
+
+// Kills every normal (not subscribed, not monitoring) client except the
+// admin's own connection and those in spared: the daemon's command
+// connection. Returns how many were killed.
+int kill_command_clients(testsupport::RedisClient &admin, const std::set<long long> &spared = {});
+
+// Kills every subscribed client (CLIENT KILL TYPE pubsub).
+int kill_subscription_clients(testsupport::RedisClient &admin);
+
+// SHUTDOWN SAVE: the server writes its data to its directory and exits; a
+// start() of the same server loads it again, as a switch's server keeps its
+// databases across a restart.
+void shutdown_keeping_data(testsupport::RedisServer &server, testsupport::RedisClient &admin);
+
+} // namespace faults

@@ -1,0 +1,27 @@
+// `vvlanctl check --json` run against a server, where this build has the
+// tool. Which implementation is linked is the build's choice: the real one
+// when the CMake target vvlanctl exists, otherwise one that says so.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "prescribed.h"
+
+namespace faults {
+
+struct check_result {
+    int exit_status;
+    findings found;
+    std::string output; // what it printed, for failure messages
+};
+
+// nullopt when vvlanctl is not built in this tree.
+std::optional<check_result> run_vvlanctl_check(const std::string &socket_path);
+
+// The findings in the JSON list `vvlanctl check --json` prints: objects
+// with "kind", "ifx" (where it applies) and "detail". Throws
+// std::runtime_error on text that is not such a list.
+findings parse_check_json(const std::string &text);
+
+} // namespace faults
