@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // What one notification costs the daemon itself, on the lean platform double
 // (tests/double: nothing recorded, commands checked and counted): the hot
 // path is a phone's address being learned and aged on a joined port. Prints

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // End to end, with a private redis-server and the real daemon: how many
 // notifications per second the daemon keeps up with, what reading a value
 // adds, how long a full re-synchronisation takes, and the daemon's memory.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Built into every executable of an AddressSanitizer build.
 //
 // The aging thread ends by cancellation: its frames are unwound without

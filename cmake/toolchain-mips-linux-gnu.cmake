@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: BSD-3-Clause
 # Cross-compiles for the switch: 32-bit big-endian MIPS32r2, Linux, glibc,
 # with Debian's mips-linux-gnu toolchain (tools/deps.sh installs it).
 #

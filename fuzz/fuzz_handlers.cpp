@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Fuzzing every handler with arbitrary notifications: any row, any code, any
 // key and value bytes. The daemon's tables carry over from one input to the
 // next, as they do in the daemon, so sequences of notifications are explored

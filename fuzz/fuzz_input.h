@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The fuzzer's input layout, shared by the fuzzer and its seed corpus:
 // byte 0 picks the subscription row, byte 1 the event code, byte 2 the key
 // length; then the key; the rest is the value, or no value at all when its

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Writes the fuzzer's seed corpus: a well-formed notification of every row,
 // built from the daemon's own key builders and value codec, so that fuzzing
 // starts from inputs that reach deep into each handler.

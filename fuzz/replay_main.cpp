@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Runs the fuzz harness over files (or every file of directories) without
 // libFuzzer, so that the seed corpus is a regression test in every build,
 // the sanitizer and target ones included.

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: BSD-3-Clause
 # Cross-builds hiredis for the switch (MIPS32r2, big-endian) from Debian's own
 # source package, with Debian's patches, so the target links the same hiredis
 # as the host build does.

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: BSD-3-Clause
 # Installs what building and testing dov_vvlan needs on Debian bookworm, then
 # builds hiredis for the MIPS target (tools/build-hiredis-target.sh).
 #

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Checking a command's arguments before anything is written. Each checker
 // gives the value, or false with a one-line reason that names the argument.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // vvlanctl check: the conditions in which the daemon, doing exactly what it
 // was built to do, leaves the voice VLAN wrong, found from both databases.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The commands of vvlanctl and what they share: the exit statuses, the
 // server's address and the way each reports a failure.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 #include "connection.h"
 
 #include <sys/time.h>

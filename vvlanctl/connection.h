@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // vvlanctl's connection to the switch's redis-server: where it is (options,
 // then the bus library's environment, then 127.0.0.1:6379) and the few
 // commands the tool needs, binary-safe, in either database.

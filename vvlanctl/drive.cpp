@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The writing commands: each writes the keys that the management plane,
 // the forwarding layer or another component would write, encoded with the
 // shared codec. Every argument is checked before the connection is opened,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // One keyspace event of either database, told in the voice VLAN's own
 // terms ("learn vlan 100 phyid 6 (port 5) 00:e0:bb:12:34:56 voice slot 0",
 // "join port 5", "oui add slot 3 00e0bb000000/ffffff000000").

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // A small JSON writer for vvlanctl's --json output: objects, arrays,
 // strings, integers, booleans and null, pretty-printed with two-space
 // indentation in the order the caller writes them, so the output of the same

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // vvlanctl: see, check and drive the voice VLAN from a shell.
 #include <csignal>
 #include <cstdio>

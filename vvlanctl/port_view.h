@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Why a port is where it is: the per-port view that show prints and check
 // audits, derived from a snapshot.
 #pragma once

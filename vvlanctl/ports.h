@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Port numbers as the device manager converts them: the forwarding layer's
 // keys carry a physical port id (phyid), the voice VLAN's per-port keys an
 // interface index (ifx). Through libsdm, so the host build honours

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // show, check and sync: the commands that read the databases back.
 #include <chrono>
 #include <cstdio>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // vvlanctl show: the voice VLAN as configured and as applied.
 #pragma once
 

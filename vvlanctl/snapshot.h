@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Both databases of the voice VLAN read at once and decoded: the
 // configuration (database 1) and what is applied and learned (database 0).
 // show and check are built on this; nothing here writes.

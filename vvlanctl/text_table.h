@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Aligned columns for vvlanctl's human output: a header row and rows of
 // cells, each column as wide as its widest cell, two blanks between columns.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // vvlanctl watch: the keyspace events of both databases, one decoded line
 // each, as they happen.
 #include <poll.h>

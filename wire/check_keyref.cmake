@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: BSD-3-Clause
 # Runs the key reference generator and fails when docs/keys.md differs.
 execute_process(COMMAND ${KEYREF} OUTPUT_FILE ${OUT} RESULT_VARIABLE rv)
 if(NOT rv EQUAL 0)

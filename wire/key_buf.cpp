@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 #include "wire/key_buf.h"
 
 key_buf key_printf(const char *format, ...) {

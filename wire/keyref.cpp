@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Writes the key reference (docs/keys.md) from the key family declarations,
 // their uses and the codec's field tables, so that the reference cannot
 // drift from what the daemon and the tools do. A test compares the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 #include "wire/keys.h"
 
 key_buf vid_key(uint16_t vid) {

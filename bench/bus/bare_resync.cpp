@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The bare re-synchronisation client: the reads and writes of the daemon's
 // re-synchronisation without the daemon. Marks in database 0, re-reads of
 // database 1 (a GET per key and a SET of its copy in database 0, as the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The bus benchmark: the daemon against ceilings measured in the same run on
 // the same redis-server. Shared declarations of its parts.
 #pragma once

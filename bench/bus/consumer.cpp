@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The ceilings: consumers of the same MAC-learning notifications as the
 // daemon, each in a process of its own so that each has a core as the daemon
 // does. A bare hiredis pattern subscriber (a reply tree per message), a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The real daemon as a process, driven and timed from outside.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The bus benchmark: how fast the daemon drains MAC-learning notifications,
 // how quickly it joins a port, how long its re-synchronisation takes, and its
 // memory, each against a ceiling measured in the same run on the same

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The measures, each on the same server as the others.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Watching the daemon from outside: keyspace events of what it writes, and
 // the PING round trip that its latencies are compared with.
 #include <poll.h>

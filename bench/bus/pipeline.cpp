@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The pipelining load generator and the helpers around it.
 #include <algorithm>
 #include <cstdio>

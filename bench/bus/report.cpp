@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The benchmark's outputs: a JSON file of every figure, a markdown table of
 // the measures against their ceilings and goals, and a plot of the drain
 // rates and the latency distributions.

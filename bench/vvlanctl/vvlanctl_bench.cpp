@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // How long vvlanctl's show and check take on full tables, against a private
 // redis-server: 124 OUIs, 53 automatic ports (all joined), 128 MAC-VLAN
 // entries and 10,000 learned addresses. Each run is the whole program, as

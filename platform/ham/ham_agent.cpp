@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Host stand-in for the process-health agent: it only says what it was asked,
 // so that tests can check the daemon registered with it, and returns what the
 // test chose.

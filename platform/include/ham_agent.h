@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: BSD-3-Clause */
 /*
  * ham_agent: the switch's process-health agent, as used by the control
  * daemons. Both calls return 0 on success.

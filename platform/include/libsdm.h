@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: BSD-3-Clause */
 /*
  * libsdm: the switch device manager, as used by the control daemons.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: BSD-3-Clause */
 /*
  * tukredis: the switch platform's key-value bus client.
  *

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Host implementation of the device manager's port conversions.
 //
 // The map in force is the front panel's until libsdm_init loads another, so

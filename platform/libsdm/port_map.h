@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The table between the forwarding layer's physical port ids and the
 // switch's interface indexes.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The public C declarations as this library's translation units see them.
 #pragma once
 

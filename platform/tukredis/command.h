@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The command connection: every read and write the daemon makes outside the
 // subscription goes over this one connection.
 #pragma once

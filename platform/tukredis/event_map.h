@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Which keyspace events reach the daemon, and with which code.
 #pragma once
 

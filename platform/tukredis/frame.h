@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The subscription connection's replies, parsed into one fixed record instead
 // of a hiredis reply tree. A backlog of notifications is read at the server's
 // speed only if a notification costs no allocation: the default reply objects

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The host-only introspection of tukredis_host.h.
 #include <string_view>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Timed I/O on non-blocking hiredis contexts.
 //
 // Every connection of this library is non-blocking and every wait is a poll()

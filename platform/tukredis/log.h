@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Reporting on stderr: every line carries the "tukredis: " prefix so that the
 // daemon's log tells the bus library's state changes from its own.
 #pragma once

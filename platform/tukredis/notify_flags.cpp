@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Keyspace notifications are a server-wide setting that other programs on the
 // switch depend on as well, so this library only ever adds to it.
 #include <string>

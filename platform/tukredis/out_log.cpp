@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The write log: the daemon announces a write before making it and completes
 // it afterwards, so that a stuck write shows as an entry that stays open. A
 // fixed ring, because only the recent writes matter and the log must never

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The write log's state, for the host reset.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The subscription connection: one connection carries every row of the table,
 // both databases included, so that handlers see notifications in the order
 // the server executed the commands.

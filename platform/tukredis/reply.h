@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The reply object handed to handlers as tukredis_pmsg.reply.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The pattern operations: SCAN walks the keyspace a batch at a time, so the
 // server never blocks on a large table and the command connection is free
 // for the other thread between batches. Each batch costs two round trips at

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Process-wide state of the bus session: the registered table, the
 // subscription connection and the connect back-off. Used by the daemon's
 // main thread only (tukredis_init, _db_connect, _db_psubscrible, _pubsub).

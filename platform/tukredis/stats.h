@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Counters behind tukredis_host_get_stats. Relaxed atomics: they are read by
 // tests after the fact, never used to order anything. 32 bits, the widest
 // a 32-bit MIPS updates atomically without libatomic; they wrap.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 /*
  * Host-only additions to tukredis, for the tests of the host build: counters
  * and introspection that the switch's own library does not have. The daemon

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The one place that binds each key family to the handler that serves it.
 // Everything below the top of the daemon knows only its own keys; the
 // subscription table and the re-synchronisation are built from this binding

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 #include "app/load_complete_marker.h"
 
 #include "bus/bus_write.h"

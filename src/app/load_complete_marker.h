@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The load-complete marker: the configuration side writes an integer under
 // "/bridge/vvlan/data/end" in database 1 when it has finished a batch, and the
 // daemon copies it to database 0 once everything before it has been applied.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 #include "app/resync_scan.h"
 
 #include "app/subscription_table.h"

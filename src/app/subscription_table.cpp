@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 #include "app/subscription_table.h"
 
 #include <cstddef>

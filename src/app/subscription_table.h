@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The static table that binds key patterns to handlers, handed to the bus
 // library once at start-up.
 #pragma once

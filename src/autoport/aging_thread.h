@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The aging thread: removes automatically joined ports from the voice VLAN
 // one aging period after their last voice address aged out. It exists while
 // the voice VLAN is enabled and ends only by cancel and join.

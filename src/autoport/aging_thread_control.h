@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Starting and stopping the aging thread. The control lives beside the
 // thread because only the thread's owner may know its handle; the vid and
 // age_timer handlers decide when, and each traces the outcome of a stop in

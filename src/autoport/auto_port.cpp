@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 #include "autoport/auto_port.h"
 
 std::array<vvlan_auto_port, VVLAN_PORT_MAX> g_vvlan_auto_port{};

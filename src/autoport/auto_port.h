@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Per-port state of the automatic voice VLAN, indexed by ifx (0..52), and
 // the one lock shared with the aging thread.
 //

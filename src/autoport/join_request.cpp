@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 #include "autoport/join_request.h"
 
 #include "bus/bus_write.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // MAC-learning notifications of the forwarding layer,
 // "/bri/mac/macTblDyn_vvlan/<brg_id>/<phyid>/<mac>" in database 0, and the
 // automatic join of a port in automatic mode.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 #include "autoport/port_oper.h"
 
 #include "autoport/auto_port.h"

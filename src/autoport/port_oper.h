@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Port operations: "/bridge/vvlan/port_oper/<ifx>/<mode>". Mode 1 keys put a
 // port in automatic mode (set and deleted by the configuration side in
 // database 1, echoed into database 0); mode 2 keys say that the daemon has

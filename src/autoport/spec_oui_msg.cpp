@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 #include "autoport/spec_oui_msg.h"
 
 #include "autoport/auto_port.h"

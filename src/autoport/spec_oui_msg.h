@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Specified-OUI messages: "/bridge/vvlan/spec_oui_msg/<oui>/<phyid>" in
 // database 0. Another component says that a device of a voice OUI sits
 // behind a port; a set joins the port at once, a delete undoes the count.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The one write convention: announce the write in the bus library's write
 // log, issue the command, complete the announcement. The command's result is
 // not examined; a failed write is neither retried nor reported. Used from the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 #include "handler/handler_steps.h"
 
 // The pointer starts null, whatever the reader promises, so that a reader

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The steps every notification handler shares: the opening checks of the
 // record and its event code, and the read of a raw record value. The traced
 // function name is part of what the daemon prints, so each step takes its

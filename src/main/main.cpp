@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // dov_vvlan: the voice VLAN control daemon. No arguments, no configuration
 // file: every input and output is a key in the switch's database.
 #include "app/resync_scan.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 #include "main/vvlan_init.h"
 
 #include <cerrno>

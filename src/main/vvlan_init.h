@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // One-time start-up: single-instance guard, health agent, debug level,
 // device manager, the auto-port lock and the default aging time.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 #include "oui/mvlan_table.h"
 
 #include "bus/bus_write.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The MAC-VLAN linkage table: follows "/bridge/mac_vlan/table/<n>" in
 // database 0 and publishes "/bridge/vvlan/mvlan_oui_msg/<slot>" for the peer
 // component yem while an entry of the voice VLAN carries a voice OUI.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 #include "oui/oui_add.h"
 
 #include "bus/bus_write.h"

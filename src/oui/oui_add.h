@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Configured voice OUIs: "/bridge/vvlan/oui_oper/<mac>/<mask>" in database 1
 // with a 44-byte vvlan_oui_oper value. A write adds the OUI (here), any
 // removal deletes it (oui_delete).

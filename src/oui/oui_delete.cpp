@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 #include "oui/oui_delete.h"
 
 #include "autoport/auto_port.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Deleting a voice OUI: everything is derived from the deleted key's name,
 // since its value is gone.
 #pragma once

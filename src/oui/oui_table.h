@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The voice OUI table: 124 slots. A record's slot is the OUI's identity in
 // every other table and message.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 #include "settings/age_timer.h"
 
 #include <atomic>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The aging time: the first two bytes (big-endian minutes) of any key under
 // "/bridge/vvlan/age_timer/" in database 1. Not published. The aging thread
 // reads it once when it starts, so a new time takes effect by a restart.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 #include "settings/cos_dscp.h"
 
 #include "bus/bus_write.h"

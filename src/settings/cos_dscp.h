@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // CoS/DSCP of voice traffic: passed through from any key under
 // "/bridge/vvlan/cos_dscp/" in database 1 to the bare prefix key in
 // database 0, prefixed with the current OUI index. Nothing is kept.

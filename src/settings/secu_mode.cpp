@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 #include "settings/secu_mode.h"
 
 #include "bus/bus_write.h"

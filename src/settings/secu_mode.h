@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Security mode: configured by the presence of a key under
 // "/bridge/vvlan/secu_mode/" in database 1, published as "1" under the bare
 // prefix in database 0 while both it and the voice VLAN are on.

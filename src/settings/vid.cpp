@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 #include "settings/vid.h"
 
 #include "autoport/aging_thread_control.h"

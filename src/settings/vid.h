@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The voice VLAN id: "/bridge/vvlan/vid/<id>" in database 1. Writing the key
 // turns the voice VLAN on with that id, deleting it turns it off.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The one process-wide record of global voice VLAN settings.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 #include "trace/debug_level.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The debug level word, its start-up marker file and the handler of the
 // "debugDovVVlan" key.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Trace lines on standard output, filtered by one global level word.
 //
 // A line of level L is printed when the word is exactly 32, or when the word

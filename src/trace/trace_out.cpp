@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The daemon's only output channel: plain printf to standard output, never
 // flushed by the daemon (buffering is whatever stdio chooses for the stream).
 #include "trace/trace.h"

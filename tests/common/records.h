@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Raw values as the management plane and the forwarding layer write them,
 // for the tests: thin wrappers that hand the daemon's own codec's bytes out
 // as strings. The codec itself is pinned byte by byte against hand-written

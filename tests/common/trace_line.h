@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The daemon's trace line, "<function: line>[pid](level)text\r\n", taken
 // apart for assertions.
 #pragma once

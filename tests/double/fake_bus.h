@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The in-memory double of the bus library, shared by the unit tests, the
 // benchmarks and the fuzzer.
 //

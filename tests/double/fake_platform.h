@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The in-memory doubles of the device manager and the health agent:
 // recording, or lean when the bus double is (see fake_bus.h).
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 #include "fake_trace.h"
 
 #include "fake_bus.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The recording trace sink: every line the daemon prints, and a parser of
 // the line format "<function: line>[pid](level)text\r\n".
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Puts every process-wide table of the daemon back to its start-up state,
 // stopping an aging thread that a test left running.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The fixture every unit test of the daemon derives from, and readable
 // printers for what the fakes record.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Fault injection and a test clock for the few POSIX calls whose failures or
 // timing the daemon's behaviour depends on. The unit-test executable is linked
 // with -Wl,--wrap for pthread_create, pthread_mutex_init, fcntl, malloc and

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // A reader for the one JSON shape `vvlanctl check --json` prints: a list of
 // flat objects. Strings, numbers, booleans and null are accepted as member
 // values; only "kind" and "ifx" are kept.

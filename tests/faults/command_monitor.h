@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Every command the server runs, seen through MONITOR on a connection of its
 // own and collected by a thread of its own.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The daemon's own key set, derived from the key family declarations and
 // the key builders: what it may read (keys under its subscribed patterns and
 // its re-read patterns), mark and sweep (its swept patterns in database 0),

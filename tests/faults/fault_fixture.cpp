@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 #include "fault_fixture.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The fixture of the fault tests: the real daemon on a private redis-server
 // with a realistic configuration, written by the actors of the switch
 // through the shared key builders and codecs. Every input is recorded, so

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Hostile keys and values, as any other program on the switch could write
 // them through the server: under every pattern the daemon subscribes to or
 // re-reads, keys at and past the 127 bytes a notification carries and far

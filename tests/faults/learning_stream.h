@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The forwarding layer learning addresses without pause, on its own
 // connection and thread, across server faults: a write that fails is made
 // again once the server answers.

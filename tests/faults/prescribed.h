@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The daemon's state after a fault against the state a fresh daemon reaches
 // on the same configuration and the same learned addresses: the two must be
 // equal except for the losses the design accepts, each named here with the

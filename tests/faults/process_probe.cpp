@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 #include "process_probe.h"
 
 #include <dirent.h>

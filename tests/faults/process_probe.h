@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // What a running process costs, read from /proc: CPU time, open file
 // descriptors, threads.
 #pragma once

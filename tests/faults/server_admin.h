@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Faults made through the server itself: its clients killed, its data saved
 // across a restart.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 #include "tcp_client.h"
 
 #include <netinet/in.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // A client on the server's TCP port. The daemon and the test fixture use the
 // Unix socket, so what arrives over TCP is told apart in the server's
 // MONITOR feed: it is the hostile writer's, never the daemon's.

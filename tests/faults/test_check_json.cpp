@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The reader of `vvlanctl check --json`, on the shapes the tool prints.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The server stays up but drops the daemon's connections: its subscription
 // and command clients killed again and again, the configuration changed
 // and phones learned while it is cut off, its subscription dropped for a

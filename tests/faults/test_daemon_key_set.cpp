@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The judge of the hostile-input test: the daemon's own commands pass, the
 // ones it must never send do not.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Hostile keys and values written through the real server while the daemon
 // runs on a configured switch, then read again by a re-synchronisation: no
 // crash, no sanitizer report, every command the daemon sends stays inside

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The server goes away under the daemon: restarted in the middle of a
 // learning stream, stopped (SIGSTOP) for longer than the ping interval,
 // down when the daemon starts. The daemon waits without spinning, comes

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The daemon's two threads under a storm: thousands of voice VLAN id and
 // aging-time writes (each aging time restarts the aging thread, a VLAN id
 // removal stops it) while phones are learned and aged on six ports, then the

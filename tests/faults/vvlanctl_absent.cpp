@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // This tree has no vvlanctl: the fault tests print the findings they expect
 // of it instead of checking them.
 #include "vvlanctl_check.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // `vvlanctl check --json` run against a server, where this build has the
 // tool. Which implementation is linked is the build's choice: the real one
 // when the CMake target vvlanctl exists, otherwise one that says so.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // This tree builds vvlanctl: the fault tests run its check on the faulted
 // server and on the fresh one.
 #include <sys/wait.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The switch the fault tests run: a voice VLAN, several voice OUIs,
 // automatic ports with phones joined, MAC-VLAN entries. Every key and value
 // comes from the shared key builders and codecs, never typed by hand.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The fixture of the integration tests: a private redis-server, the real
 // daemon binary (host or target build), and helpers that write keys as the
 // management plane (database 1) and the forwarding layer (database 0) would.

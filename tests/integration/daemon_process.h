@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The real dov_vvlan binary as a child process: standard output on a
 // pseudo-terminal in raw mode (so the daemon's stdio is line-buffered, as on
 // a console, and its "\r\n" line ends arrive unchanged), standard error in a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The aging time in real minutes: kept apart, labelled "long", so that a
 // quick run can leave it out (ctest -LE long); the full test run includes it.
 #include "voice_vlan_fixture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Dispatch rules and bad input against the real daemon: keys that match no
 // row, expiry events, malformed keys and short values. The daemon reports,
 // writes nothing outside its tables and keeps serving.

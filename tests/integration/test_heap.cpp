@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The daemon's only heap memory is the 6-byte masked address of each filled
 // MAC-VLAN entry. Run the PC daemon under valgrind through many add and
 // delete cycles: nothing may be lost, and exactly the copies of the entries

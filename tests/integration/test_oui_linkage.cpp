@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Specified-OUI messages, deleting voice OUIs with everything that hangs on
 // them, and the MAC-VLAN linkage, against the real daemon.
 #include "voice_vlan_fixture.h"

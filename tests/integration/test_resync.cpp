@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Re-synchronisation after every connection, the load-complete marker, and
 // the daemon's behaviour when the server goes away and comes back.
 #include <fstream>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Start-up of the real daemon: single instance, pid file, exit codes, the
 // health agent and the device manager.
 #include <limits.h>

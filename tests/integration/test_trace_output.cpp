@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // What the daemon prints: nothing by default, everything from "vvlan_init
 // end" on with the marker file, and what the debug key selects.
 #include "daemon_fixture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The daemon's main job end to end: a phone joins an automatic port to the
 // voice VLAN and the port leaves again after the aging time; the global
 // settings it publishes on the way.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The voice VLAN's actors as the tests play them: the management plane
 // writes configuration in database 1, the forwarding layer learns and ages
 // addresses in database 0, another component sends specified-OUI messages.

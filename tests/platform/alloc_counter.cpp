@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 #include "alloc_counter.h"
 
 #include <cstddef>

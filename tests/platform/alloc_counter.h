@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Counts the heap allocations each thread makes, by standing in for the C
 // library's allocator in the whole process (the bus library and hiredis
 // included). Only for builds without sanitizers, which bring their own.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The host process-health agent: the exact lines on stderr and the results
 // chosen through the environment.
 #include <cstdlib>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Lookups before libsdm_init use the default map. A separate executable,
 // since any earlier libsdm_init in the process would hide this.
 #include <gtest/gtest.h>

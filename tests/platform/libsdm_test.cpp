@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The host device manager: the default front-panel map, map files and the
 // forced init result.
 #include <cstdlib>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // A notification costs no heap allocation once the library has warmed up:
 // not in hiredis's reader, not for the record or the reply handle, not for
 // matching the row. Counted per thread on the thread that runs the handlers.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Connection life: subscription, loss, reconnection with back-off, dead-peer
 // detection and the server's notification flags.
 #include <arpa/inet.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Live delivery of keyspace notifications to the registered handlers.
 #include <cstring>
 

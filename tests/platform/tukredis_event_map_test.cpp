@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The event table, without a server: which keyspace events reach the daemon
 // and with which code.
 #include <gtest/gtest.h>

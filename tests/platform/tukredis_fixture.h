@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // What the tukredis tests share: a private server per test, handlers that
 // record what they are given, and threads that never outlive a failed test.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Writes made inside handlers and the re-synchronisation callback are sent
 // without waiting for their replies: in order, never left unsent, seen by
 // every later read, and in order with a second thread's writes. The scan

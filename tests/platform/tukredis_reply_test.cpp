@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The reply readers: binary-safe values, absent keys, strict integers, and a
 // value fetched only when a handler asks for it.
 #include "tukredis_fixture.h"

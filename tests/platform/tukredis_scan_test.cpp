@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The pattern operations: scan, pexpire and del_expire.
 #include <set>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The write path: formatted commands, database selection, failures, the
 // write log, a second thread and deferred cancellation.
 #include <pthread.h>

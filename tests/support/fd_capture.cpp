@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 #include "testsupport/fd_capture.h"
 
 #include <cerrno>

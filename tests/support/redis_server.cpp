@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 #include "testsupport/redis_server.h"
 
 #include <cerrno>

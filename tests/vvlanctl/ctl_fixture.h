@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The fixture of vvlanctl's tests: a private redis-server and the real
 // daemon (from the integration tests' fixture), and vvlanctl run against
 // them as an operator would.

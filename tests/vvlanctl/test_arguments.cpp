@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // vvlanctl's arguments: every bad one of every command exits 2, names the
 // argument in one line, and leaves both databases as they were; help,
 // version, and the connection's own statuses.

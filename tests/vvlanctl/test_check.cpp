@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // vvlanctl check: each kind of finding, produced by its real cause with the
 // real daemon, and a healthy system found healthy.
 #include <signal.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // vvlanctl's writing commands write the keys and bytes that the management
 // plane and the forwarding layer write (compared with the tests' own
 // encoders, not the codec the tool uses), and the daemon acts on them.

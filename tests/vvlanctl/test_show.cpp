@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // vvlanctl show: the state after a scripted story, exactly.
 #include <fstream>
 

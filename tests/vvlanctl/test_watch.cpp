@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // vvlanctl watch: a known sequence of events, decoded.
 #include <signal.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 #include "tool_process.h"
 
 #include <fcntl.h>

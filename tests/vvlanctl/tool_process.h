@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // vvlanctl as a child process of a test: this tree's build, or, when
 // DOV_VVLAN_TARGET_BUILD_DIR names a target tree, that tree's build under
 // qemu-mips (as the integration tests run the daemon). Standard output and

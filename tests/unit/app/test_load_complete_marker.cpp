@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The load-complete marker.
 #include "app/load_complete_marker.h"
 #include "daemon_test.h"

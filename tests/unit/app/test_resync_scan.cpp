@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Re-synchronisation: mark, re-read in a fixed order, sweep.
 #include "app/load_complete_marker.h"
 #include "app/resync_scan.h"

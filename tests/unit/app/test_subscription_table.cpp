@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The subscription table and the dispatch rules common to every handler.
 #include <fnmatch.h>
 

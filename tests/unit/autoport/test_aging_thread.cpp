@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The aging thread, stepped sleep by sleep on the test clock.
 #include <pthread.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Stopping and restarting the aging thread many times while ports age and
 // the thread writes: no stop may leave g_flag_lock held or a bus write half
 // made. Meant for the ThreadSanitizer build as much as for the plain one.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // MAC-learning notifications and the automatic join.
 #include "autoport/auto_port.h"
 #include "autoport/join_request.h"

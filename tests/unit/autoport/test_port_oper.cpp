@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Port operation keys: automatic mode in and out, joined and left.
 #include "autoport/auto_port.h"
 #include "autoport/port_oper.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Specified-OUI messages.
 #include "autoport/auto_port.h"
 #include "autoport/spec_oui_msg.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The write convention: announce, command, complete.
 #include <cstring>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The steps the handlers share trace under their caller's name.
 #include <cstring>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Start-up: single-instance guard, health agent, debug level, device
 // manager, lock, default aging time; and every failure row.
 #include <dirent.h>

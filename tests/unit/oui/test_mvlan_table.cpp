@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The MAC-VLAN linkage table.
 #include "daemon_test.h"
 #include "oui/mvlan_table.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Adding voice OUIs: slot choice, masking, the echo and the MAC-VLAN links.
 #include "daemon_test.h"
 #include "oui/mvlan_table.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Deleting voice OUIs: found by the key's address under the record's own
 // mask, and the whole cascade in order.
 #include "autoport/auto_port.h"

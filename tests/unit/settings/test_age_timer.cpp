@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The aging time and the restart of the aging thread.
 #include <cerrno>
 

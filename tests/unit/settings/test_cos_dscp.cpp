@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // CoS/DSCP pass-through with the OUI index in front.
 #include "daemon_test.h"
 #include "settings/cos_dscp.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Security mode: published only while both it and the voice VLAN are on.
 #include "daemon_test.h"
 #include "settings/secu_mode.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The voice VLAN id handler: enable, disable, publishing, MAC-VLAN messages
 // and the aging thread's start and stop.
 #include <cerrno>

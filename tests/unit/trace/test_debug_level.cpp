@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The debug marker file and the "debugDovVVlan" handler.
 #include <fcntl.h>
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The trace filter and the line format.
 #include <unistd.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Raw values are big-endian whatever the host's byte order.
 #include <gtest/gtest.h>
 

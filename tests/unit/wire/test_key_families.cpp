@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The three orders the daemon depends on, pinned: the subscription table's
 // rows, the re-synchronisation's re-read, and its marked-and-swept
 // patterns. All three are derived from the key family declarations.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The tools' key parsers: each accepts exactly what its builder writes.
 #include <gtest/gtest.h>
 

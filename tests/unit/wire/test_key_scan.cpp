@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Key parsing as the switch's 32-bit C library would do it.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // The codec of every value layout. The expected bytes are written out by
 // hand, byte by byte, so that a codec bug cannot hide behind itself; the
 // field tables that the key reference prints are checked against the same

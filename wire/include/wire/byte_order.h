@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Raw values on the bus are the switch processor's records: integers
 // big-endian. They are read and written byte by byte, whatever the host's
 // own byte order, so a PC build writes exactly the bytes the switch does.

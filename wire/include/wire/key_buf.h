@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Keys are built in 128-byte buffers cleared to zero and cut at 127
 // characters, so no key this daemon writes can exceed what a notification
 // record carries.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Every key family of the voice VLAN, declared once: its prefix, the
 // database and position of its subscription row, whether and where the
 // re-synchronisation re-reads it, and whether its database-0 copies are

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Recognising the keys of the voice VLAN by their parts, for the tools that
 // read both databases back (vvlanctl's show, check and watch).
 //

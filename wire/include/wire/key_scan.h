@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Parsing of key names.
 //
 // Keys are parsed with sscanf-style path patterns ("/%*[^/]/%[^/]", "%hu",

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Who reads and writes each key, in which database, and with which value:
 // the part of the key declarations that only people and tools need (the key
 // reference, vvlanctl). Keys are the family's prefix and the tail given

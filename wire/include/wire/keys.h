@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Every key the voice VLAN's actors write, built one way for all of them:
 // the daemon's publishers, the tests and the tools. Each is built as the
 // daemon has always built it (the format is named beside each builder) in a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // 6-byte MAC addresses and OUIs. An OUI is kept as a full address already
 // ANDed with its mask, and written in keys as 12 lower-case hex digits.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Every raw value of the voice VLAN, encoded and decoded in one place.
 //
 // Raw values are the switch processor's records as they lie in its memory:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Waiting for a condition without fixed sleeps.
 #pragma once
 

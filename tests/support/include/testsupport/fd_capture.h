@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // Capturing what a library writes on a file descriptor.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // A plain client for tests to set up and inspect the server's data.
 #pragma once
 

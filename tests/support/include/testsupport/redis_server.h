@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: BSD-3-Clause
 // A private redis-server for one test.
 #pragma once
 
