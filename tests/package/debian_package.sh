@@ -96,3 +96,17 @@ for lib in libtukredis.so libsdm.so libham_agent.so; do
         fail "the packaged daemon did not load its private $lib"
 done
 echo "packaged daemon serves the bus with its private libraries"
+
+# The packaged tool drives and reads the packaged daemon: a voice VLAN set
+# through it is applied (its marker copied), shown and found healthy.
+if [[ -x $root/usr/bin/vvlanctl ]]; then
+    ctl=("$root/usr/bin/vvlanctl" -s "$REDIS_SOCK")
+    "${ctl[@]}" set vid 100 || fail "packaged vvlanctl: set vid 100"
+    "${ctl[@]}" sync || fail "packaged vvlanctl: sync (the daemon did not copy the marker)"
+    show=$("${ctl[@]}" show --json) || fail "packaged vvlanctl: show --json"
+    grep -q '"applied_vid": 100' <<<"$show" ||
+        fail "packaged vvlanctl: the daemon's applied VLAN is not shown as 100: $show"
+    "${ctl[@]}" check >"$SCRATCH/check.out" ||
+        fail "packaged vvlanctl: check found something on a healthy system: $(cat "$SCRATCH/check.out")"
+    echo "packaged vvlanctl drives and reads the packaged daemon"
+fi
