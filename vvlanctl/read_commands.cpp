@@ -44,16 +44,21 @@ int snapshot_of(const tool_context &t, snapshot *s) {
     return EXIT_FINE;
 }
 
+// The start of show and check: the --json flag, then both databases read.
+int read_both_databases(const tool_context &t, bool *json, snapshot *s) {
+    std::string why;
+    if (!json_flag(t, json, &why)) {
+        return fail(t, EXIT_USAGE, why);
+    }
+    return snapshot_of(t, s);
+}
+
 } // namespace
 
 int cmd_show(const tool_context &t) {
     bool json = false;
-    std::string why;
-    if (!json_flag(t, &json, &why)) {
-        return fail(t, EXIT_USAGE, why);
-    }
     snapshot s;
-    if (const int status = snapshot_of(t, &s); status != EXIT_FINE) {
+    if (const int status = read_both_databases(t, &json, &s); status != EXIT_FINE) {
         return status;
     }
     const std::string out = json ? show_json(s) : show_text(s);
@@ -63,12 +68,8 @@ int cmd_show(const tool_context &t) {
 
 int cmd_check(const tool_context &t) {
     bool json = false;
-    std::string why;
-    if (!json_flag(t, &json, &why)) {
-        return fail(t, EXIT_USAGE, why);
-    }
     snapshot s;
-    if (const int status = snapshot_of(t, &s); status != EXIT_FINE) {
+    if (const int status = read_both_databases(t, &json, &s); status != EXIT_FINE) {
         return status;
     }
     const std::vector<finding> found = audit(s);

@@ -8,21 +8,10 @@
 #include <cstdlib>
 #include <stdexcept>
 
+#include "wire/key_scan.h"
+
 namespace faults {
 namespace {
-
-int hex_digit(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return -1;
-}
 
 // One argument as the server quotes it (sdscatrepr).
 bool unquote(const std::string &line, std::size_t *pos, std::string *out) {
@@ -53,10 +42,11 @@ bool unquote(const std::string &line, std::size_t *pos, std::string *out) {
                 c = '\b';
                 break;
             case 'x': {
-                if (i + 1 >= line.size() || hex_digit(line[i]) < 0 || hex_digit(line[i + 1]) < 0) {
+                uint8_t byte = 0;
+                if (i + 1 >= line.size() || !hex_byte(line[i], line[i + 1], &byte)) {
                     return false;
                 }
-                c = static_cast<char>(hex_digit(line[i]) * 16 + hex_digit(line[i + 1]));
+                c = static_cast<char>(byte);
                 i += 2;
                 break;
             }
