@@ -12,6 +12,7 @@
 #include "command.h"
 #include "event_map.h"
 #include "log.h"
+#include "pmessage_view.h"
 #include "reply.h"
 #include "session.h"
 #include "stats.h"
@@ -63,24 +64,12 @@ void report_dropped(size_t length, std::string_view key) {
 
 // One pmessage: [pmessage, pattern, channel, event]. The row is found by the
 // exact pattern the server names, which carries the database; every row with
-// that pattern gets the notification. Nothing here allocates: the frame, the
-// prepared patterns and the record are reused for every event.
-void deliver(const Session &s, const Frame &message) {
-    if (message.elements != 4 || message.nested) {
-        return;
-    }
-    for (size_t i = 1; i < 4; ++i) {
-        if (message.parts[i].type != REDIS_REPLY_STRING) {
-            return;
-        }
-    }
-    const Frame::Part &channel_part = message.parts[2];
-    const std::string_view pattern = message.parts[1].kept();
-    const std::string_view channel = channel_part.kept();
-    const std::string_view event = message.parts[3].kept();
-    if (!message.parts[1].whole() || !message.parts[3].whole()) {
-        return;
-    }
+// that pattern gets the notification. Nothing here allocates: the views point
+// into the reader's buffer or the frame, and the record is on the stack.
+// channel_length is the channel's true length, longer than channel when only
+// part of it was kept.
+void deliver(const Session &s, std::string_view pattern, std::string_view channel,
+             size_t channel_length, std::string_view event) {
     bool checked = false;
     std::string_view key;
     int32_t code = kNotDelivered;
@@ -101,9 +90,9 @@ void deliver(const Session &s, const Frame &message) {
             if (code == kNotDelivered) {
                 return;
             }
-            if (!channel_part.whole() || !deliverable_key(key)) {
+            if (channel.size() < channel_length || !deliverable_key(key)) {
                 count(stats().dropped);
-                report_dropped(channel_part.length - prefix.size(), key);
+                report_dropped(channel_length - prefix.size(), key);
                 return;
             }
         }
@@ -119,12 +108,45 @@ void deliver(const Session &s, const Frame &message) {
     }
 }
 
+// A reply hiredis parsed: a pmessage that is unusual in some way (a long
+// channel, which the frame keeps only in part), the answer to our PING
+// (["pong", ""] in subscribed mode) or a confirmation.
 void dispatch(const Session &s, const Frame &reply) {
-    if (reply.is_push("pmessage")) {
-        deliver(s, reply);
+    if (!reply.is_push("pmessage") || reply.elements != 4 || reply.nested) {
+        return;
     }
-    // Anything else is the answer to our PING (["pong", ""] in subscribed
-    // mode) or a confirmation: nothing to deliver.
+    for (size_t i = 1; i < 4; ++i) {
+        if (reply.parts[i].type != REDIS_REPLY_STRING) {
+            return;
+        }
+    }
+    if (!reply.parts[1].whole() || !reply.parts[3].whole()) {
+        return;
+    }
+    deliver(s, reply.parts[1].kept(), reply.parts[2].kept(), reply.parts[2].length,
+            reply.parts[3].kept());
+}
+
+// Delivers every reply already read, pmessages in place and the rest through
+// hiredis, in the order they came. False when the reader failed.
+bool deliver_buffered(const Session &s, redisContext *context) {
+    for (;;) {
+        PmessageView view;
+        switch (next_pmessage(context->reader, view)) {
+        case InPlace::message:
+            deliver(s, view.pattern, view.channel, view.channel.size(), view.event);
+            continue;
+        case InPlace::partial:
+            return true;
+        case InPlace::other:
+            break;
+        }
+        bool error = false;
+        if (!next_frame(context, error)) {
+            return !error;
+        }
+        dispatch(s, s.frame);
+    }
 }
 
 // The writes the handlers left behind are sent and their replies read before
@@ -218,16 +240,9 @@ int32_t serve() {
             dispatch(s, reply);
         }
         // Everything already read is delivered before waiting again.
-        for (;;) {
-            bool error = false;
-            if (!next_frame(context, error)) {
-                if (error) {
-                    lose_subscription(context_error(context));
-                    return -1;
-                }
-                break;
-            }
-            dispatch(s, s.frame);
+        if (!deliver_buffered(s, context)) {
+            lose_subscription(context_error(context));
+            return -1;
         }
         (void)settle_writes();
 
