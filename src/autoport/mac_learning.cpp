@@ -51,13 +51,18 @@ fw_check oui_fw_check(std::string_view key, uint32_t *ifx, mac_addr *mac) {
 }
 
 // The lowest enabled record whose mac equals the address under the record's
-// mask (all six bytes, not only the first three).
+// mask (all six bytes, not only the first three). Untraced, the walk is
+// oui_first_match's: this is every learning's cost.
 bool is_vvlan_oui(const mac_addr &mac, uint16_t *idx) {
-    const uint64_t address = mac_bits(mac);
-    const std::size_t i =
-        for_each_enabled_oui(TRACE_SITE, [&](std::size_t, const vvlan_oui_oper &e) {
+    std::size_t i = VVLAN_OUI_MAX;
+    if (dov_vvlan_trace_on(DBG_INFO)) {
+        const uint64_t address = mac_bits(mac);
+        i = for_each_enabled_oui(TRACE_SITE, [&](std::size_t, const vvlan_oui_oper &e) {
             return (address & mac_bits(e.mask)) == mac_bits(e.mac);
         });
+    } else {
+        i = oui_first_match(mac);
+    }
     if (i == VVLAN_OUI_MAX) {
         TRACE_INFO("isn't vvlan  oui start");
         return false;

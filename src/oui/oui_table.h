@@ -41,3 +41,10 @@ std::size_t for_each_enabled_oui(trace_site site, Fn &&fn) {
     }
     return VVLAN_OUI_MAX;
 }
+
+// The lowest enabled slot whose mac equals address under the slot's mask, or
+// VVLAN_OUI_MAX: the walk a learning makes, without its traces. Each slot is
+// read as two overlapping 8-byte words (mac with the mask's first bytes, and
+// the mask with enable), so a slot costs two loads and one rarely taken
+// branch; a non-voice address walks all 124 slots on every learning.
+std::size_t oui_first_match(const mac_addr &address) noexcept;
