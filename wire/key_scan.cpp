@@ -76,39 +76,7 @@ uint32_t to_ulong32(const decimal &d) {
     return d.negative ? 0u - d.magnitude : d.magnitude;
 }
 
-int hex_value(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return -1;
-}
-
 } // namespace
-
-bool key_scan::literal(std::string_view lit) {
-    if (rest().substr(0, lit.size()) != lit) {
-        return false;
-    }
-    pos_ += lit.size();
-    return true;
-}
-
-bool key_scan::component(std::string_view *out) {
-    const std::string_view r = rest();
-    const std::size_t n = std::min(r.find('/'), r.size());
-    if (n == 0) {
-        return false;
-    }
-    *out = r.substr(0, n);
-    pos_ += n;
-    return true;
-}
 
 bool key_scan::skip_component() {
     std::string_view ignored;
@@ -191,12 +159,6 @@ std::string_view key_rest_bounded(std::string_view key, int n) {
     return r.substr(0, std::min(r.size(), KEY_COMPONENT_MAX));
 }
 
-std::string_view key_walk::next() {
-    std::string_view part;
-    ok_ = ok_ && scan_.literal("/") && scan_.component(&part);
-    return ok_ ? part.substr(0, std::min(part.size(), KEY_COMPONENT_MAX)) : std::string_view();
-}
-
 std::string_view key_walk::rest() {
     std::string_view word;
     if (!ok_ || !scan_.literal("/") || !scan_.word(&word)) {
@@ -209,16 +171,6 @@ std::string_view key_walk::rest() {
 int32_t atoi32(std::string_view text) {
     const decimal d = scan_decimal(text);
     return d.used == 0 ? 0 : to_long32(d);
-}
-
-bool hex_byte(char hi, char lo, uint8_t *out) {
-    const int h = hex_value(hi);
-    const int l = hex_value(lo);
-    if (h < 0 || l < 0) {
-        return false;
-    }
-    *out = static_cast<uint8_t>((h << 4) | l);
-    return true;
 }
 
 bool mac_from_hex(std::string_view text, std::array<uint8_t, 6> *mac) {

@@ -18,12 +18,30 @@ class key_scan {
   public:
     explicit key_scan(std::string_view text) : text_(text) {}
 
-    bool literal(std::string_view lit);    // exact characters
-    bool component(std::string_view *out); // "%[^/]": one or more non-'/'
-    bool skip_component();                 // "%*[^/]"
-    bool word(std::string_view *out);      // "%s": skips white space, then non-space
-    bool int32(int32_t *out);              // "%d" on a 32-bit long
-    bool uint16(uint16_t *out);            // "%hu" through a 32-bit unsigned long
+    // Exact characters. Inline, with component: every notification's key
+    // goes through them several times.
+    bool literal(std::string_view lit) {
+        if (rest().substr(0, lit.size()) != lit) {
+            return false;
+        }
+        pos_ += lit.size();
+        return true;
+    }
+    // "%[^/]": one or more non-'/'.
+    bool component(std::string_view *out) {
+        const std::string_view r = rest();
+        const std::size_t n = std::min(r.find('/'), r.size());
+        if (n == 0) {
+            return false;
+        }
+        *out = r.substr(0, n);
+        pos_ += n;
+        return true;
+    }
+    bool skip_component();            // "%*[^/]"
+    bool word(std::string_view *out); // "%s": skips white space, then non-space
+    bool int32(int32_t *out);         // "%d" on a 32-bit long
+    bool uint16(uint16_t *out);       // "%hu" through a 32-bit unsigned long
 
     std::string_view rest() const { return text_.substr(pos_); }
 
@@ -55,7 +73,11 @@ class key_walk {
   public:
     explicit key_walk(std::string_view key) : scan_(key) {}
     // The next component.
-    std::string_view next();
+    std::string_view next() {
+        std::string_view part;
+        ok_ = ok_ && scan_.literal("/") && scan_.component(&part);
+        return ok_ ? part.substr(0, std::min(part.size(), KEY_COMPONENT_MAX)) : std::string_view();
+    }
     // What "%s" reads after the components taken so far, as key_rest_bounded
     // gives it.
     std::string_view rest();
@@ -69,9 +91,29 @@ class key_walk {
 // to the int32 range; 0 when there are no digits.
 int32_t atoi32(std::string_view text);
 
+// The value of each character as a hexadecimal digit, -1 when it is none.
+inline constexpr std::array<int8_t, 256> HEX_DIGIT_VALUE = [] {
+    std::array<int8_t, 256> t{};
+    for (int c = 0; c < 256; ++c) {
+        t[static_cast<std::size_t>(c)] = c >= '0' && c <= '9'   ? static_cast<int8_t>(c - '0')
+                                         : c >= 'a' && c <= 'f' ? static_cast<int8_t>(c - 'a' + 10)
+                                         : c >= 'A' && c <= 'F' ? static_cast<int8_t>(c - 'A' + 10)
+                                                                : int8_t{-1};
+    }
+    return t;
+}();
+
 // One byte from two hexadecimal digits; false (and *out untouched) unless
-// both are hexadecimal.
-bool hex_byte(char hi, char lo, uint8_t *out);
+// both are hexadecimal. Six of these per learned address.
+inline bool hex_byte(char hi, char lo, uint8_t *out) {
+    const int h = HEX_DIGIT_VALUE[static_cast<unsigned char>(hi)];
+    const int l = HEX_DIGIT_VALUE[static_cast<unsigned char>(lo)];
+    if (h < 0 || l < 0) {
+        return false;
+    }
+    *out = static_cast<uint8_t>((h << 4) | l);
+    return true;
+}
 
 // Six bytes from the first 12 characters, two digits per byte, first byte
 // first. A pair that is missing or not hexadecimal gives 0. Returns true
