@@ -4,12 +4,14 @@
 // The map in force is the front panel's until libsdm_init loads another, so
 // lookups made before (or without) a successful libsdm_init use the default
 // map rather than fail.
+#include <atomic>
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 #include "port_map.h"
 
@@ -20,11 +22,24 @@
 namespace sdm {
 namespace {
 
-// Replaced whole by libsdm_init and read by lookups from any thread. Never
-// destroyed: a daemon thread may still look up while the process exits.
+// Replaced whole by libsdm_init and read by lookups from any thread, on every
+// learned address: a lookup is one atomic load, no lock and no reference
+// count. A replaced map is kept, never freed, since a lookup on another
+// thread may still be reading it; there is one per successful libsdm_init,
+// which a daemon calls once. Never destroyed either: a daemon thread may
+// still look up while the process exits.
 struct Current {
-    std::mutex mutex;
-    std::shared_ptr<const PortMap> map = std::make_shared<const PortMap>(PortMap::front_panel());
+    std::mutex installing;
+    std::vector<std::unique_ptr<const PortMap>> kept;
+    std::atomic<const PortMap *> map{nullptr};
+
+    Current() { install(PortMap::front_panel()); }
+
+    void install(PortMap next) {
+        const std::lock_guard lock(installing);
+        kept.push_back(std::make_unique<const PortMap>(std::move(next)));
+        map.store(kept.back().get(), std::memory_order_release);
+    }
 };
 
 Current &current() {
@@ -32,16 +47,12 @@ Current &current() {
     return *instance;
 }
 
-std::shared_ptr<const PortMap> map_in_force() {
-    Current &c = current();
-    const std::lock_guard lock(c.mutex);
-    return c.map;
+const PortMap &map_in_force() {
+    return *current().map.load(std::memory_order_acquire);
 }
 
-void install(std::shared_ptr<const PortMap> map) {
-    Current &c = current();
-    const std::lock_guard lock(c.mutex);
-    c.map = std::move(map);
+void install(PortMap map) {
+    current().install(std::move(map));
 }
 
 // strtoll alone would accept leading blanks and an empty text.
@@ -73,7 +84,7 @@ bool forced_result(int &result) {
 int load_map() {
     const char *path = std::getenv("LIBSDM_PORT_MAP");
     if (path == nullptr || path[0] == '\0') {
-        install(std::make_shared<const PortMap>(PortMap::front_panel()));
+        install(PortMap::front_panel());
         return 0;
     }
     std::vector<PortMapEntry> entries;
@@ -83,7 +94,7 @@ int load_map() {
         std::fprintf(stderr, "libsdm: %s\n", error.c_str());
         return -1;
     }
-    install(std::make_shared<const PortMap>(std::move(entries)));
+    install(PortMap(std::move(entries)));
     return 0;
 }
 
@@ -113,7 +124,7 @@ int libsdm_get_ifx_by_phyid(uint32_t phyid, uint32_t *ifx, int mode) {
     if (ifx == nullptr) {
         return -1;
     }
-    return map_in_force()->ifx_of(phyid, *ifx) ? 0 : -1;
+    return map_in_force().ifx_of(phyid, *ifx) ? 0 : -1;
 }
 
 int libsdm_get_phyid_by_ifx(uint32_t ifx, uint32_t *phyid, int mode) {
@@ -121,5 +132,5 @@ int libsdm_get_phyid_by_ifx(uint32_t ifx, uint32_t *phyid, int mode) {
     if (phyid == nullptr) {
         return -1;
     }
-    return map_in_force()->phyid_of(ifx, *phyid) ? 0 : -1;
+    return map_in_force().phyid_of(ifx, *phyid) ? 0 : -1;
 }
