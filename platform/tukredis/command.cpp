@@ -50,7 +50,7 @@ constexpr size_t kMostPending = 1024;
 
 } // namespace
 
-thread_local bool DeferWrites::active_ = false;
+thread_local bool DeferWrites::active_ __attribute__((tls_model("initial-exec"))) = false;
 
 CommandConnection &command_connection() {
     static CommandConnection *const instance = new CommandConnection;

@@ -32,7 +32,10 @@ class DeferWrites {
     static bool active() noexcept { return active_; }
 
   private:
-    static thread_local bool active_;
+    // Initial-exec: the library is linked at start-up, never dlopen()ed,
+    // so the flag is a fixed offset from the thread pointer rather than a
+    // call to __tls_get_addr on every notification.
+    static thread_local bool active_ __attribute__((tls_model("initial-exec")));
     bool previous_;
 };
 

@@ -29,8 +29,13 @@ class key_scan {
     }
     // "%[^/]": one or more non-'/'.
     bool component(std::string_view *out) {
+        // A plain loop: components are a few characters long, shorter than
+        // what a call to memchr pays for itself.
         const std::string_view r = rest();
-        const std::size_t n = std::min(r.find('/'), r.size());
+        std::size_t n = 0;
+        while (n < r.size() && r[n] != '/') {
+            ++n;
+        }
         if (n == 0) {
             return false;
         }
