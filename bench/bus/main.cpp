@@ -213,6 +213,20 @@ int run(const Options &o) {
             r.values[name + "_per_s"] = median(values);
             std::fprintf(stderr, "bus bench: %s %.0f/s\n", name.c_str(), median(values));
         }
+        // Each round's daemon against the hiredis subscriber of the same
+        // round: the machine's busy moments move both, and the median of
+        // the rounds' ratios moves less than the ratio of two medians.
+        if (ceilings) {
+            for (const std::string mode : {"_backlog", "_live"}) {
+                const std::vector<double> &daemon_rates = runs[tag + "daemon" + mode];
+                const std::vector<double> &hiredis_rates = runs["hiredis" + mode];
+                std::vector<double> ratios;
+                for (size_t i = 0; i < std::min(daemon_rates.size(), hiredis_rates.size()); ++i) {
+                    ratios.push_back(daemon_rates[i] / hiredis_rates[i]);
+                }
+                r.values[tag + "daemon" + mode + "_to_hiredis"] = median(ratios);
+            }
+        }
         const std::vector<double> joins = join_latencies(daemon, load, observer, o.joins);
         const Distribution join = distribution(joins);
         r.values[tag + "join_p50_us"] = join.p50;
