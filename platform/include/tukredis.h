@@ -139,7 +139,10 @@ int32_t tukredis_get_key_reply_strval(void *reply, char **value, uint32_t *len);
  * holding the key's value; limit and flags: 0.
  * pexpire: gives every matching key a time-to-live of ms milliseconds.
  * del_expire: deletes every matching key that still carries a time-to-live,
- * atomically against a concurrent SET (which clears it). */
+ * atomically against a concurrent SET (which clears it).
+ * Called from the re-synchronisation callback, pexpire's and del_expire's
+ * per-key commands are deferred like tukredis_db_command's: 0 then says
+ * that they were queued, in order, ahead of anything sent after them. */
 int32_t tukredis_scan_key_pattern(int32_t db, const char *pattern, int32_t count,
                                   tukredis_handler handler, int32_t limit, int32_t flags);
 int32_t tukredis_pexpire_key_pattern(int32_t db, const char *pattern, int32_t ms, int32_t count);

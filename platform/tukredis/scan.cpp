@@ -2,7 +2,9 @@
 // The pattern operations: SCAN walks the keyspace a batch at a time, so the
 // server never blocks on a large table and the command connection is free
 // for the other thread between batches. Each batch costs two round trips at
-// most: the SCAN, then one pipeline with a command (or a GET) per key.
+// most: the SCAN, then one pipeline with a command (or a GET) per key; in the
+// re-synchronisation callback, where writes are deferred, a mark's or a
+// sweep's batch rides with the next SCAN and costs one.
 #include <algorithm>
 #include <string>
 #include <unordered_set>
@@ -67,17 +69,30 @@ bool for_each_batch(int32_t db, const char *pattern, int32_t count, const char *
     return true;
 }
 
-// Runs one command per key of a batch as a single pipeline.
+// Runs one command per key of a batch as a single pipeline. Inside the
+// re-synchronisation callback the commands are deferred like a handler's
+// writes: the daemon ignores what a mark or sweep returns, so their replies
+// are read behind the next SCAN rather than in a round trip of their own,
+// and a refused one is reported when its reply is read.
 template <typename Format>
 bool per_key_pipeline(int32_t db, const std::vector<std::string> &keys, const char *operation,
                       bool &refused, Format &&format) {
+    std::string why;
+    if (DeferWrites::active()) {
+        for (const std::string &key : keys) {
+            if (!command_connection().send(db, format(key), why)) {
+                report("%s in database %d: %s", operation, static_cast<int>(db), why.c_str());
+                return false;
+            }
+        }
+        return true;
+    }
     std::vector<std::string> commands;
     commands.reserve(keys.size());
     for (const std::string &key : keys) {
         commands.push_back(format(key));
     }
     std::vector<ReplyPtr> replies;
-    std::string why;
     if (!command_connection().run(db, commands, replies, kDefaultCommandTimeout, why)) {
         report("%s in database %d: %s", operation, static_cast<int>(db), why.c_str());
         return false;

@@ -3,6 +3,8 @@
 // without waiting for their replies: in order, never left unsent, seen by
 // every later read, and in order with a second thread's writes. The scan
 // fetches its values a batch at a time.
+#include <algorithm>
+#include <cstring>
 #include <mutex>
 #include <set>
 
@@ -160,6 +162,11 @@ int32_t write_per_key(tukredis_pmsg *pmsg) {
     return 0;
 }
 
+int32_t write_copy(tukredis_pmsg *pmsg) {
+    tukredis_db_command(0, 1, -1, 0, "SET /copy/%s copied", pmsg->key + std::strlen("/source/"));
+    return 0;
+}
+
 TEST_F(TukredisTest, WritesOfAScanCalledOnItsOwnAreInPlaceWhenItReturns) {
     ASSERT_EQ(tukredis_db_connect(), 0);
     for (int i = 0; i < 30; ++i) {
@@ -168,6 +175,39 @@ TEST_F(TukredisTest, WritesOfAScanCalledOnItsOwnAreInPlaceWhenItReturns) {
     ASSERT_EQ(tukredis_scan_key_pattern(1, "/t/*", 100, write_per_key, 0, 0), 0);
     EXPECT_EQ(client_->keys(0, "/t/*").size(), 30U);
     EXPECT_EQ(stats().deferred, 30U);
+}
+
+// The daemon's re-synchronisation in small: mark what it published, re-read
+// the source (which re-publishes part of it), sweep what was not re-written.
+int32_t mark_reread_sweep(unsigned int code) {
+    record_resync(code);
+    tukredis_pexpire_key_pattern(0, "/copy/*", 3600000, 100);
+    tukredis_scan_key_pattern(1, "/source/*", 100, write_copy, 0, 0);
+    tukredis_del_expire_key_pattern(0, "/copy/*", 100);
+    return 0;
+}
+
+TEST_F(TukredisTest, MarksAndSweepsInTheResyncAreDeferredAndKeepTheirOrder) {
+    for (int i = 0; i < 40; ++i) {
+        client_->set(0, "/copy/" + std::to_string(i), "old");
+    }
+    for (int i = 0; i < 40; i += 2) {
+        client_->set(1, "/source/" + std::to_string(i), "v");
+    }
+    register_rows({recording_row(0, "/none/*")}, mark_reread_sweep);
+    connect_and_subscribe();
+    ASSERT_EQ(Recorder::get().resync_codes(), std::vector<unsigned>{0});
+    // Re-written copies survive without a time-to-live; the rest are swept.
+    std::vector<std::string> kept;
+    for (int i = 0; i < 40; i += 2) {
+        kept.push_back("/copy/" + std::to_string(i));
+        EXPECT_EQ(client_->get(0, kept.back()), "copied");
+        EXPECT_EQ(client_->pttl(0, kept.back()), -1);
+    }
+    std::sort(kept.begin(), kept.end());
+    EXPECT_EQ(client_->keys(0, "/copy/*"), kept);
+    // 40 marks, 20 copies and 40 sweeps, none waiting for its reply.
+    EXPECT_EQ(stats().deferred, 100U);
 }
 
 } // namespace
