@@ -33,6 +33,8 @@ class Pipeline {
     // Sends everything queued and reads every reply; the number of error
     // replies.
     size_t finish();
+    // Sends everything queued without reading a reply; finish reads them.
+    void send();
     // One command, waiting for its reply.
     redisReply *run(int db, const std::vector<std::string> &argv);
     redisContext *context() { return context_; }
@@ -62,7 +64,10 @@ Distribution distribution(std::vector<double> samples);
 
 // The consumers that set the ceilings, each in a process of its own (the
 // benchmark's executable started again with --consumer).
-enum class ConsumerKind { hiredis, raw, bus };
+// relay is not a drain: it answers each learning as the daemon answers one
+// on an automatic port (the port's mode 2 key in database 0, then the join
+// request in database 1, one pipeline), with nothing else, until killed.
+enum class ConsumerKind { hiredis, raw, bus, relay };
 const char *consumer_name(ConsumerKind kind);
 
 // Runs a consumer process. In backlog mode it subscribes, reports ready and
@@ -107,8 +112,20 @@ class Observer {
     redisContext *context_ = nullptr;
 };
 
-// PING round trips on a connection of their own, in microseconds.
-std::vector<double> ping_round_trips(const std::string &socket_path, size_t count);
+// PING round trips on a connection of their own.
+class Pinger {
+  public:
+    explicit Pinger(const std::string &socket_path);
+    ~Pinger();
+    Pinger(const Pinger &) = delete;
+    Pinger &operator=(const Pinger &) = delete;
+
+    // One round trip, in microseconds.
+    double round_trip_us();
+
+  private:
+    redisContext *context_ = nullptr;
+};
 
 // The bare re-synchronisation client: the daemon's marks, re-reads (a GET
 // per key, a SET of its copy in database 0) and sweeps, one round trip per

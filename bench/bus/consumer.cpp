@@ -2,7 +2,8 @@
 // The ceilings: consumers of the same MAC-learning notifications as the
 // daemon, each in a process of its own so that each has a core as the daemon
 // does. A bare hiredis pattern subscriber (a reply tree per message), a
-// reader that scans the raw bytes, and the bus library with empty handlers.
+// reader that scans the raw bytes, and the bus library with empty handlers;
+// and for the join latency, a bare hiredis relay.
 #include <spawn.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -210,6 +211,46 @@ int bus_consumer(const std::string &socket_path, size_t count) {
     return 0;
 }
 
+// The join's floor: the daemon's reads and writes for a join without the
+// daemon. The port is the learning's phyid less one, as in the daemon.
+int relay(const std::string &socket_path) {
+    redisContext *subscription = redisConnectUnix(socket_path.c_str());
+    redisContext *command = redisConnectUnix(socket_path.c_str());
+    if (subscription == nullptr || subscription->err != 0 || command == nullptr ||
+        command->err != 0) {
+        return 2;
+    }
+    freeReplyObject(redisCommand(subscription, "PSUBSCRIBE %s", kLearningChannels));
+    say("ready\n");
+    constexpr std::string_view kPrefix = "__keyspace@0__:/bri/mac/macTblDyn_vvlan/100/";
+    for (;;) {
+        void *raw = nullptr;
+        if (redisGetReply(subscription, &raw) != REDIS_OK) {
+            return 2;
+        }
+        const auto *reply = static_cast<redisReply *>(raw);
+        if (is_pmessage(reply)) {
+            const std::string_view channel(reply->element[2]->str, reply->element[2]->len);
+            const std::string_view event(reply->element[3]->str, reply->element[3]->len);
+            if (event == "set" && channel.starts_with(kPrefix)) {
+                const int port = std::atoi(channel.data() + kPrefix.size()) - 1;
+                redisAppendCommand(command, "SELECT 0");
+                redisAppendCommand(command, "SET /bridge/vvlan/port_oper/%d/2 relay", port);
+                redisAppendCommand(command, "SELECT 1");
+                redisAppendCommand(command, "SET /bri/mac/macTblDyn_vvlan/%d relay", port);
+                for (int i = 0; i < 4; ++i) {
+                    void *answer = nullptr;
+                    if (redisGetReply(command, &answer) != REDIS_OK) {
+                        return 2;
+                    }
+                    freeReplyObject(answer);
+                }
+            }
+        }
+        freeReplyObject(raw);
+    }
+}
+
 std::string read_word(int fd) {
     std::string word;
     char c = 0;
@@ -229,6 +270,8 @@ const char *consumer_name(ConsumerKind kind) {
         return "raw";
     case ConsumerKind::bus:
         return "bus";
+    case ConsumerKind::relay:
+        return "relay";
     }
     return "?";
 }
@@ -241,6 +284,8 @@ int consumer_main(ConsumerKind kind, const std::string &socket_path, size_t coun
         return raw_consumer(socket_path, count);
     case ConsumerKind::bus:
         return bus_consumer(socket_path, count);
+    case ConsumerKind::relay:
+        return relay(socket_path);
     }
     return 2;
 }

@@ -17,9 +17,15 @@ double daemon_rate(DaemonRun &daemon, Pipeline &load,
                    const std::vector<std::vector<std::string>> &churn, bool backlog);
 
 // Microseconds from a voice address learned on an automatic port to the
-// daemon's join request for it, count times over ports 10 to 49.
-std::vector<double> join_latencies(DaemonRun &daemon, Pipeline &load, Observer &observer,
-                                   size_t count);
+// daemon's join request for it, count times over ports 10 to 49, and a PING
+// round trip timed just before each join.
+struct JoinSamples {
+    std::vector<double> join_us;
+    std::vector<double> ping_us;
+};
+JoinSamples join_latencies(Pipeline &load, Observer &observer, Pinger &pinger, size_t count);
+// The same against the bare relay (ConsumerKind::relay), with no daemon.
+JoinSamples relay_latencies(Pipeline &load, Observer &observer, Pinger &pinger, size_t count);
 
 // Adds MAC-learning keys to database 0 until it holds total of them.
 void fill_mac_table(Pipeline &load, size_t &held, size_t total);

@@ -82,20 +82,26 @@ bool Observer::wait(int db, const std::string &key, const std::string &event,
     }
 }
 
-std::vector<double> ping_round_trips(const std::string &socket_path, size_t count) {
-    redisContext *context = redisConnectUnix(socket_path.c_str());
-    if (context == nullptr || context->err != 0) {
+Pinger::Pinger(const std::string &socket_path) {
+    context_ = redisConnectUnix(socket_path.c_str());
+    if (context_ == nullptr || context_->err != 0) {
         throw std::runtime_error("ping: cannot connect");
     }
-    std::vector<double> samples;
-    samples.reserve(count);
-    for (size_t i = 0; i < count; ++i) {
-        const Clock::time_point start = Clock::now();
-        freeReplyObject(redisCommand(context, "PING"));
-        samples.push_back(seconds_since(start) * 1e6);
+}
+
+Pinger::~Pinger() {
+    redisFree(context_);
+}
+
+double Pinger::round_trip_us() {
+    const Clock::time_point start = Clock::now();
+    void *reply = redisCommand(context_, "PING");
+    const double us = seconds_since(start) * 1e6;
+    if (reply == nullptr) {
+        throw std::runtime_error("ping: connection failed");
     }
-    redisFree(context);
-    return samples;
+    freeReplyObject(reply);
+    return us;
 }
 
 } // namespace busbench

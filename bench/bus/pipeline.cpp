@@ -87,6 +87,15 @@ size_t Pipeline::finish() {
     return errors;
 }
 
+void Pipeline::send() {
+    int done = 0;
+    while (done == 0) {
+        if (redisBufferWrite(context_, &done) != REDIS_OK) {
+            throw std::runtime_error(std::string("load connection: ") + context_->errstr);
+        }
+    }
+}
+
 redisReply *Pipeline::run(int db, const std::vector<std::string> &argv) {
     flush_some(true);
     if (db != db_) {

@@ -84,24 +84,38 @@ void fill_report(Report &r, const std::vector<size_t> &mac_tables, bool mips) {
     const double join99 = at(r, "join_p99_us");
     const double ping50 = at(r, "ping_p50_us");
     const double ping99 = at(r, "ping_p99_us");
-    r.rows.push_back({"Join latency p50 / p99: learning written → join request event",
-                      fixed(join50, 0) + " / " + fixed(join99, 0) + " µs",
-                      "PING round trip " + fixed(ping50, 0) + " / " + fixed(ping99, 0) + " µs",
-                      fixed(join50 / ping50, 1) + "× / " + fixed(join99 / ping99, 1) + "×",
-                      "p99 ≤ 2 × PING p99: " + verdict(join99 <= 2 * ping99)});
+    r.rows.push_back(
+        {"Join latency p50 / p99: learning written → join request event",
+         fixed(join50, 0) + " / " + fixed(join99, 0) + " µs",
+         "PING round trip before each join " + fixed(ping50, 0) + " / " + fixed(ping99, 0) + " µs",
+         fixed(join50 / ping50, 1) + "× / " + fixed(join99 / ping99, 1) + "×",
+         "p99 ≤ 2 × PING p99: " + verdict(join99 <= 2 * ping99)});
+    const double relay50 = at(r, "relay_join_p50_us");
+    const double relay99 = at(r, "relay_join_p99_us");
+    const double relay_ping99 = at(r, "relay_ping_p99_us");
+    r.rows.push_back({"The same join answered by a bare hiredis relay (the daemon's two writes, "
+                      "nothing else), no daemon running",
+                      fixed(relay50, 0) + " / " + fixed(relay99, 0) + " µs",
+                      "PING round trip before each join " + fixed(at(r, "relay_ping_p50_us"), 0) +
+                          " / " + fixed(relay_ping99, 0) + " µs",
+                      fixed(relay50 / at(r, "relay_ping_p50_us"), 1) + "× / " +
+                          fixed(relay99 / relay_ping99, 1) + "×",
+                      "the floor of the join on this machine; daemon p99 / relay p99 " +
+                          fixed(join99 / relay99, 2)});
     const double resync = at(r, "resync_full_ms");
     const double cut = at(r, "resync_after_cut_ms");
     const double bare_rt = at(r, "bare_resync_round_trips_ms");
     const double bare_pipe = at(r, "bare_resync_pipelined_ms");
-    r.rows.push_back(
-        {"Re-synchronisation of full tables (124 OUIs, 53 ports, 128 MAC-VLAN "
-         "entries) to the marker's copy: from a cut connection / from the "
-         "process start",
-         fixed(cut, 1) + " / " + fixed(resync, 1) + " ms",
-         "bare client, a round trip per command " + fixed(bare_rt, 1) +
-             " ms; pipelined per SCAN batch " + fixed(bare_pipe, 1) + " ms",
-         fixed(cut / bare_rt, 2) + "; " + fixed(cut / bare_pipe, 2) + " (from the cut)",
-         "≤ 1.5 × pipelined: " + verdict(cut <= 1.5 * bare_pipe)});
+    // The median of each cut's ratio to the bare client run beside it.
+    const double cut_ratio = at(r, "resync_after_cut_to_bare");
+    r.rows.push_back({"Re-synchronisation of full tables (124 OUIs, 53 ports, 128 MAC-VLAN "
+                      "entries) to the marker's copy: from a cut connection / from the "
+                      "process start",
+                      fixed(cut, 1) + " / " + fixed(resync, 1) + " ms",
+                      "bare client, a round trip per command " + fixed(bare_rt, 1) +
+                          " ms; pipelined per SCAN batch " + fixed(bare_pipe, 1) + " ms",
+                      fixed(cut / bare_rt, 2) + "; " + fixed(cut_ratio, 2) + " (from the cut)",
+                      "≤ 1.5 × pipelined: " + verdict(cut_ratio <= 1.5)});
     double previous = 0;
     for (const size_t keys : mac_tables) {
         const std::string tag = "mac" + std::to_string(keys) + "_";
