@@ -112,20 +112,9 @@ class Observer {
     redisContext *context_ = nullptr;
 };
 
-// PING round trips on a connection of their own.
-class Pinger {
-  public:
-    explicit Pinger(const std::string &socket_path);
-    ~Pinger();
-    Pinger(const Pinger &) = delete;
-    Pinger &operator=(const Pinger &) = delete;
-
-    // One round trip, in microseconds.
-    double round_trip_us();
-
-  private:
-    redisContext *context_ = nullptr;
-};
+// One PING round trip on context (a connection kept for PINGs alone, so
+// that nothing else is owed on it), in microseconds.
+double ping_round_trip_us(redisContext *context);
 
 // The bare re-synchronisation client: the daemon's marks, re-reads (a GET
 // per key, a SET of its copy in database 0) and sweeps, one round trip per

@@ -19,6 +19,8 @@
 
 #include "bus_bench.h"
 #include "tukredis.h"
+#include "wire/key_parse.h"
+#include "wire/keys.h"
 
 extern char **environ;
 
@@ -212,7 +214,8 @@ int bus_consumer(const std::string &socket_path, size_t count) {
 }
 
 // The join's floor: the daemon's reads and writes for a join without the
-// daemon. The port is the learning's phyid less one, as in the daemon.
+// daemon. The port is the learning's phyid less one, as the benchmark's
+// device map has it.
 int relay(const std::string &socket_path) {
     redisContext *subscription = redisConnectUnix(socket_path.c_str());
     redisContext *command = redisConnectUnix(socket_path.c_str());
@@ -222,7 +225,7 @@ int relay(const std::string &socket_path) {
     }
     freeReplyObject(redisCommand(subscription, "PSUBSCRIBE %s", kLearningChannels));
     say("ready\n");
-    constexpr std::string_view kPrefix = "__keyspace@0__:/bri/mac/macTblDyn_vvlan/100/";
+    constexpr std::string_view kChannelPrefix = "__keyspace@0__:";
     for (;;) {
         void *raw = nullptr;
         if (redisGetReply(subscription, &raw) != REDIS_OK) {
@@ -232,12 +235,14 @@ int relay(const std::string &socket_path) {
         if (is_pmessage(reply)) {
             const std::string_view channel(reply->element[2]->str, reply->element[2]->len);
             const std::string_view event(reply->element[3]->str, reply->element[3]->len);
-            if (event == "set" && channel.starts_with(kPrefix)) {
-                const int port = std::atoi(channel.data() + kPrefix.size()) - 1;
+            const auto learned = parse_mac_learning_key(channel.substr(kChannelPrefix.size()));
+            if (event == "set" && learned) {
+                const int32_t ifx = learned->phyid - 1;
                 redisAppendCommand(command, "SELECT 0");
-                redisAppendCommand(command, "SET /bridge/vvlan/port_oper/%d/2 relay", port);
+                redisAppendCommand(command, "SET %s relay",
+                                   port_oper_key(ifx, PORT_MODE_JOINED).c_str());
                 redisAppendCommand(command, "SELECT 1");
-                redisAppendCommand(command, "SET /bri/mac/macTblDyn_vvlan/%d relay", port);
+                redisAppendCommand(command, "SET %s relay", join_request_key(ifx).c_str());
                 for (int i = 0; i < 4; ++i) {
                     void *answer = nullptr;
                     if (redisGetReply(command, &answer) != REDIS_OK) {

@@ -116,6 +116,16 @@ std::string machine_line(Pipeline &load) {
 
 int run(const Options &o);
 
+// The joins' and their PINGs' p50 and p99 under tag.
+void record_joins(Report &r, const std::string &tag, const JoinSamples &joins) {
+    const Distribution join = distribution(joins.join_us);
+    const Distribution ping = distribution(joins.ping_us);
+    r.values[tag + "join_p50_us"] = join.p50;
+    r.values[tag + "join_p99_us"] = join.p99;
+    r.values[tag + "ping_p50_us"] = ping.p50;
+    r.values[tag + "ping_p99_us"] = ping.p99;
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
@@ -155,7 +165,7 @@ int run(const Options &o) {
     r.values["notifications"] = n;
     std::fprintf(stderr, "bus bench: %s\n", r.machine.c_str());
 
-    Pinger pinger(socket);
+    Pipeline pings(socket);
     std::vector<double> bare_rt;
     for (int i = 0; i < 5; ++i) {
         bare_rt.push_back(bare_resync(socket, false, 1000));
@@ -234,13 +244,8 @@ int run(const Options &o) {
                 r.values[tag + "daemon" + mode + "_to_hiredis"] = median(ratios);
             }
         }
-        const JoinSamples joins = join_latencies(load, observer, pinger, o.joins);
-        const Distribution join = distribution(joins.join_us);
-        const Distribution ping = distribution(joins.ping_us);
-        r.values[tag + "join_p50_us"] = join.p50;
-        r.values[tag + "join_p99_us"] = join.p99;
-        r.values[tag + "ping_p50_us"] = ping.p50;
-        r.values[tag + "ping_p99_us"] = ping.p99;
+        const JoinSamples joins = join_latencies(load, observer, pings, o.joins);
+        record_joins(r, tag, joins);
         if (tag.empty()) {
             r.join_us = joins.join_us;
             r.ping_us = joins.ping_us;
@@ -257,13 +262,7 @@ int run(const Options &o) {
     {
         // No daemon runs now: the relay alone answers the learnings.
         Consumer relay(ConsumerKind::relay, socket, 0);
-        const JoinSamples joins = relay_latencies(load, observer, pinger, o.joins);
-        const Distribution join = distribution(joins.join_us);
-        const Distribution ping = distribution(joins.ping_us);
-        r.values["relay_join_p50_us"] = join.p50;
-        r.values["relay_join_p99_us"] = join.p99;
-        r.values["relay_ping_p50_us"] = ping.p50;
-        r.values["relay_ping_p99_us"] = ping.p99;
+        record_joins(r, "relay_", relay_latencies(load, observer, pings, o.joins));
     }
     if (o.mips) {
         run_daemon(*o.mips, "mips_", false);

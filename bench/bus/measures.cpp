@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "records.h"
+#include "wire/keys.h"
 
 namespace busbench {
 namespace {
@@ -67,7 +68,7 @@ namespace {
 // Times count joins over ports 10 to 49; reset(ifx, learned) undoes one so
 // that the port can join again.
 template <typename Reset>
-JoinSamples timed_joins(Pipeline &load, Observer &observer, Pinger &pinger, size_t count,
+JoinSamples timed_joins(Pipeline &load, Observer &observer, Pipeline &pings, size_t count,
                         Reset &&reset) {
     JoinSamples samples;
     samples.join_us.reserve(count);
@@ -76,7 +77,7 @@ JoinSamples timed_joins(Pipeline &load, Observer &observer, Pinger &pinger, size
         // The ceiling is timed in the same moment as the join it is
         // compared with, the daemon running, so that a busy or idle spell of
         // the machine falls on both.
-        samples.ping_us.push_back(pinger.round_trip_us());
+        samples.ping_us.push_back(ping_round_trip_us(pings.context()));
         const uint32_t ifx = 10 + static_cast<uint32_t>(j % 40);
         const std::string learned = learned_key(static_cast<int>(ifx) + 1, 0x100000U + ifx);
         observer.discard();
@@ -87,7 +88,7 @@ JoinSamples timed_joins(Pipeline &load, Observer &observer, Pinger &pinger, size
         // is timed. The reply is read with the clean-up's below.
         load.send();
         Clock::time_point joined;
-        if (!observer.wait(1, "/bri/mac/macTblDyn_vvlan/" + std::to_string(ifx), "set", 10s,
+        if (!observer.wait(1, join_request_key(static_cast<int32_t>(ifx)).c_str(), "set", 10s,
                            joined)) {
             throw std::runtime_error("no join request for port " + std::to_string(ifx));
         }
@@ -100,33 +101,31 @@ JoinSamples timed_joins(Pipeline &load, Observer &observer, Pinger &pinger, size
 
 } // namespace
 
-JoinSamples join_latencies(Pipeline &load, Observer &observer, Pinger &pinger, size_t count) {
-    return timed_joins(
-        load, observer, pinger, count, [&](uint32_t ifx, const std::string &learned) {
-            // Out of automatic mode and back: the port can join again.
-            const std::string mode1 = "/bridge/vvlan/port_oper/" + std::to_string(ifx) + "/1";
-            load.add(0, {"DEL", learned});
-            load.add(1, {"DEL", mode1});
-            load.add(1, {"SET", mode1, testcommon::port_oper_value(ifx, 1, 1)});
-            load.finish();
-            Clock::time_point echoed;
-            if (!observer.wait(0, mode1, "set", 10s, echoed)) {
-                throw std::runtime_error("port " + std::to_string(ifx) +
-                                         " not back in automatic mode");
-            }
-        });
+JoinSamples join_latencies(Pipeline &load, Observer &observer, Pipeline &pings, size_t count) {
+    return timed_joins(load, observer, pings, count, [&](uint32_t ifx, const std::string &learned) {
+        // Out of automatic mode and back: the port can join again.
+        const std::string mode1 = port_oper_key(static_cast<int32_t>(ifx), PORT_MODE_AUTO).c_str();
+        load.add(0, {"DEL", learned});
+        load.add(1, {"DEL", mode1});
+        load.add(1, {"SET", mode1, testcommon::port_oper_value(ifx, 1, 1)});
+        load.finish();
+        Clock::time_point echoed;
+        if (!observer.wait(0, mode1, "set", 10s, echoed)) {
+            throw std::runtime_error("port " + std::to_string(ifx) + " not back in automatic mode");
+        }
+    });
 }
 
-JoinSamples relay_latencies(Pipeline &load, Observer &observer, Pinger &pinger, size_t count) {
+JoinSamples relay_latencies(Pipeline &load, Observer &observer, Pipeline &pings, size_t count) {
     JoinSamples samples =
-        timed_joins(load, observer, pinger, count, [&](uint32_t, const std::string &learned) {
+        timed_joins(load, observer, pings, count, [&](uint32_t, const std::string &learned) {
             load.add(0, {"DEL", learned});
             load.finish();
         });
     // What the relay wrote goes, so that the daemons after it start as before.
-    for (uint32_t ifx = 10; ifx < 50; ++ifx) {
-        load.add(0, {"DEL", "/bridge/vvlan/port_oper/" + std::to_string(ifx) + "/2"});
-        load.add(1, {"DEL", "/bri/mac/macTblDyn_vvlan/" + std::to_string(ifx)});
+    for (int32_t ifx = 10; ifx < 50; ++ifx) {
+        load.add(0, {"DEL", port_oper_key(ifx, PORT_MODE_JOINED).c_str()});
+        load.add(1, {"DEL", join_request_key(ifx).c_str()});
     }
     load.finish();
     return samples;

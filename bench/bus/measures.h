@@ -23,9 +23,9 @@ struct JoinSamples {
     std::vector<double> join_us;
     std::vector<double> ping_us;
 };
-JoinSamples join_latencies(Pipeline &load, Observer &observer, Pinger &pinger, size_t count);
+JoinSamples join_latencies(Pipeline &load, Observer &observer, Pipeline &pings, size_t count);
 // The same against the bare relay (ConsumerKind::relay), with no daemon.
-JoinSamples relay_latencies(Pipeline &load, Observer &observer, Pinger &pinger, size_t count);
+JoinSamples relay_latencies(Pipeline &load, Observer &observer, Pipeline &pings, size_t count);
 
 // Adds MAC-learning keys to database 0 until it holds total of them.
 void fill_mac_table(Pipeline &load, size_t &held, size_t total);

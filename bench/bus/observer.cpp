@@ -82,20 +82,9 @@ bool Observer::wait(int db, const std::string &key, const std::string &event,
     }
 }
 
-Pinger::Pinger(const std::string &socket_path) {
-    context_ = redisConnectUnix(socket_path.c_str());
-    if (context_ == nullptr || context_->err != 0) {
-        throw std::runtime_error("ping: cannot connect");
-    }
-}
-
-Pinger::~Pinger() {
-    redisFree(context_);
-}
-
-double Pinger::round_trip_us() {
+double ping_round_trip_us(redisContext *context) {
     const Clock::time_point start = Clock::now();
-    void *reply = redisCommand(context_, "PING");
+    void *reply = redisCommand(context, "PING");
     const double us = seconds_since(start) * 1e6;
     if (reply == nullptr) {
         throw std::runtime_error("ping: connection failed");
