@@ -29,6 +29,8 @@ packages=(
     libhiredis-dev redis-server
     googletest libgtest-dev libgmock-dev libbenchmark-dev
     clang-format valgrind
+    # the documentation check (tests/docs)
+    python3
     # the bus benchmark's plot (bench/bus)
     gnuplot-nox
     # the handler fuzzer (tools/fuzz): clang with its libFuzzer runtime

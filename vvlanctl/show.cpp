@@ -45,7 +45,10 @@ std::string applied_vid_text(const snapshot &s) {
     }
     std::string out;
     for (const auto &[vid, idx] : s.applied_vids) {
-        out += (out.empty() ? "" : ",") + std::to_string(vid);
+        if (!out.empty()) {
+            out += ',';
+        }
+        out += std::to_string(vid);
     }
     return out;
 }
@@ -100,7 +103,10 @@ std::string show_text(const snapshot &s) {
     for (const port_view &v : port_views(s)) {
         std::string spec;
         for (const mac_addr &m : v.specified) {
-            spec += (spec.empty() ? "" : " ") + hex12(m);
+            if (!spec.empty()) {
+                spec += ' ';
+            }
+            spec += hex12(m);
         }
         std::vector<std::string> row{
             std::to_string(v.ifx),    v.phyid ? std::to_string(*v.phyid) : "?",

@@ -25,11 +25,12 @@ void print_codec(const char *summary) {
     std::printf("| Bytes | Field | Type | Meaning |\n|---|---|---|---|\n");
     for (const field_desc &f : Codec::fields) {
         const int last = f.offset + f.size - 1;
-        std::string bytes = std::to_string(f.offset);
         if (last != f.offset) {
-            bytes += "-" + std::to_string(last);
+            std::printf("| %d-%d ", f.offset, last);
+        } else {
+            std::printf("| %d ", f.offset);
         }
-        std::printf("| %s | `%s` | %s | %s |\n", bytes.c_str(), f.name, f.type, f.meaning);
+        std::printf("| `%s` | %s | %s |\n", f.name, f.type, f.meaning);
     }
     std::printf("\n");
 }
