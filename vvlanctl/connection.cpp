@@ -1,91 +1,19 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "connection.h"
 
-#include <sys/time.h>
-
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-
 namespace {
 
-const char *env_or_null(const char *name) {
-    const char *value = std::getenv(name);
-    return value != nullptr && value[0] != '\0' ? value : nullptr;
-}
-
-bool parse_port(const std::string &text, int *port) {
-    if (text.empty() || text.size() > 5) {
-        return false;
-    }
-    int value = 0;
-    for (const char c : text) {
-        if (c < '0' || c > '9') {
-            return false;
-        }
-        value = value * 10 + (c - '0');
-    }
-    if (value < 1 || value > 65535) {
-        return false;
-    }
-    *port = value;
-    return true;
-}
-
 // A server that accepts but never answers must not hang the tool.
-constexpr timeval IO_TIMEOUT = {10, 0};
-constexpr timeval CONNECT_TIMEOUT = {3, 0};
+constexpr std::chrono::milliseconds CONNECT_TIMEOUT{3000};
+constexpr std::chrono::milliseconds IO_TIMEOUT{10000};
 
 } // namespace
 
-std::string server_address::describe() const {
-    return socket_path.empty() ? host + ":" + std::to_string(port) : socket_path;
-}
-
-bool resolve_address(const std::string &socket_opt, const std::string &host_opt,
-                     const std::string &port_opt, server_address *out, std::string *why) {
-    server_address a;
-    if (!socket_opt.empty()) {
-        a.socket_path = socket_opt;
-    } else if (host_opt.empty() && port_opt.empty() && env_or_null("TUKREDIS_SOCKET")) {
-        a.socket_path = env_or_null("TUKREDIS_SOCKET");
-    } else {
-        if (!host_opt.empty()) {
-            a.host = host_opt;
-        } else if (const char *h = env_or_null("TUKREDIS_HOST")) {
-            a.host = h;
-        }
-        if (!port_opt.empty()) {
-            if (!parse_port(port_opt, &a.port)) {
-                *why = "PORT \"" + port_opt + "\" is not a port number (1..65535)";
-                return false;
-            }
-        } else if (const char *p = env_or_null("TUKREDIS_PORT")) {
-            if (!parse_port(p, &a.port)) {
-                *why = std::string("TUKREDIS_PORT \"") + p + "\" is not a port number (1..65535)";
-                return false;
-            }
-        }
-    }
-    *out = a;
-    return true;
-}
-
 std::unique_ptr<connection> connection::open(const server_address &address, std::string *why) {
-    redisContext *ctx =
-        address.socket_path.empty()
-            ? redisConnectWithTimeout(address.host.c_str(), address.port, CONNECT_TIMEOUT)
-            : redisConnectUnixWithTimeout(address.socket_path.c_str(), CONNECT_TIMEOUT);
+    redisContext *ctx = conn_settings::connect_blocking(address, CONNECT_TIMEOUT, IO_TIMEOUT, *why);
     if (ctx == nullptr) {
-        *why = "out of memory";
         return nullptr;
     }
-    if (ctx->err != 0) {
-        *why = ctx->errstr;
-        redisFree(ctx);
-        return nullptr;
-    }
-    redisSetTimeout(ctx, IO_TIMEOUT);
     std::unique_ptr<connection> c(new connection(ctx));
     // A server that is there but not usable (loading, protected) is no
     // better than none.

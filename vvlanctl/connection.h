@@ -1,28 +1,20 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// vvlanctl's connection to the switch's redis-server: where it is (options,
-// then the bus library's environment, then 127.0.0.1:6379) and the few
-// commands the tool needs, binary-safe, in either database.
+// vvlanctl's connection to the switch's redis-server (where it is comes from
+// conn_settings: the options, then the bus library's environment, then
+// 127.0.0.1:6379) and the few commands the tool needs, binary-safe, in
+// either database.
 #pragma once
 
 #include <hiredis/hiredis.h>
+
+#include "conn_settings.h"
 
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
-struct server_address {
-    std::string socket_path; // wins when set
-    std::string host = "127.0.0.1";
-    int port = 6379;
-    std::string describe() const;
-};
-
-// -s/-h/-p as given (empty: not given), completed from TUKREDIS_SOCKET,
-// TUKREDIS_HOST and TUKREDIS_PORT as the bus library reads them. False with
-// why for a port that is no port number.
-bool resolve_address(const std::string &socket_opt, const std::string &host_opt,
-                     const std::string &port_opt, server_address *out, std::string *why);
+using conn_settings::server_address;
 
 struct reply_deleter {
     void operator()(redisReply *r) const { freeReplyObject(r); }

@@ -124,7 +124,7 @@ int main(int argc, char **argv) {
         }
     }
     std::string why;
-    if (!resolve_address(socket_opt, host_opt, port_opt, &t.address, &why)) {
+    if (!conn_settings::resolve({socket_opt, host_opt, port_opt}, t.address, why)) {
         return fail(t, EXIT_USAGE, why);
     }
     return found->run(t);

@@ -57,7 +57,7 @@ CommandConnection &command_connection() {
     return *instance;
 }
 
-bool CommandConnection::connect(const Address &address, std::string &why) {
+bool CommandConnection::connect(const server_address &address, std::string &why) {
     const std::lock_guard lock(mutex_);
     return connect_locked(address, why);
 }
@@ -79,7 +79,7 @@ size_t CommandConnection::pending() const {
     return pending_;
 }
 
-bool CommandConnection::connect_locked(const Address &address, std::string &why) {
+bool CommandConnection::connect_locked(const server_address &address, std::string &why) {
     context_.reset();
     selected_db_ = 0; // a new connection starts in database 0
     pending_ = 0;
@@ -112,8 +112,8 @@ bool CommandConnection::usable_locked(std::string &why) {
         }
         context_.reset();
     }
-    Address address;
-    if (!address_from_env(address, why)) {
+    server_address address;
+    if (!conn_settings::from_environment(address, why)) {
         return false;
     }
     if (!connect_locked(address, why)) {

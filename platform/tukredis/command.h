@@ -51,7 +51,7 @@ class DeferWrites {
 class CommandConnection {
   public:
     // Replaces the connection by a new one to address (tukredis_db_connect).
-    bool connect(const Address &address, std::string &why);
+    bool connect(const server_address &address, std::string &why);
 
     // Closes the connection; the next exchange opens a new one.
     void drop();
@@ -79,7 +79,7 @@ class CommandConnection {
     size_t pending() const;
 
   private:
-    bool connect_locked(const Address &address, std::string &why);
+    bool connect_locked(const server_address &address, std::string &why);
     bool usable_locked(std::string &why);
     void lose_locked(const std::string &why);
     bool select_locked(int32_t db, std::string &why);

@@ -3,35 +3,14 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
 #include <cstring>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 
 #include "log.h"
 
 namespace tukredis {
 namespace {
-
-constexpr const char *kDefaultHost = "127.0.0.1";
-constexpr int kDefaultPort = 6379;
-
-const char *env_or_null(const char *name) {
-    const char *value = std::getenv(name);
-    return value != nullptr && value[0] != '\0' ? value : nullptr;
-}
-
-bool parse_port(const char *text, int &port) {
-    char *end = nullptr;
-    errno = 0;
-    const long value = std::strtol(text, &end, 10);
-    if (errno != 0 || end == text || *end != '\0' || value < 1 || value > 65535) {
-        return false;
-    }
-    port = static_cast<int>(value);
-    return true;
-}
 
 // hiredis connects asynchronously; completion shows as writability, and the
 // outcome is in SO_ERROR.
@@ -55,37 +34,7 @@ bool wait_connected(redisContext *context, std::chrono::milliseconds timeout, st
 
 } // namespace
 
-std::string Address::describe() const {
-    if (!socket_path.empty()) {
-        return socket_path;
-    }
-    return host + ":" + std::to_string(port);
-}
-
-bool address_from_env(Address &address, std::string &why) {
-    address = Address{};
-    if (const char *path = env_or_null("TUKREDIS_SOCKET")) {
-        // hiredis would silently cut a path that does not fit sun_path.
-        if (std::strlen(path) >= sizeof(sockaddr_un::sun_path)) {
-            why = "TUKREDIS_SOCKET is longer than a socket path may be";
-            return false;
-        }
-        address.socket_path = path;
-        return true;
-    }
-    const char *host = env_or_null("TUKREDIS_HOST");
-    address.host = host != nullptr ? host : kDefaultHost;
-    address.port = kDefaultPort;
-    if (const char *port = env_or_null("TUKREDIS_PORT")) {
-        if (!parse_port(port, address.port)) {
-            why = std::string("TUKREDIS_PORT \"") + port + "\" is not a port number";
-            return false;
-        }
-    }
-    return true;
-}
-
-ContextPtr open_connection(const Address &address, std::chrono::milliseconds timeout,
+ContextPtr open_connection(const server_address &address, std::chrono::milliseconds timeout,
                            std::string &why) {
     ignore_default_sigpipe();
     const bool tcp = address.socket_path.empty();
@@ -123,7 +72,7 @@ void ignore_default_sigpipe() noexcept {
     }
 }
 
-ContextPtr open_bus_connection(const Address &address, std::chrono::milliseconds timeout,
+ContextPtr open_bus_connection(const server_address &address, std::chrono::milliseconds timeout,
                                std::string &why) {
     ContextPtr context = open_connection(address, timeout, why);
     if (!context) {

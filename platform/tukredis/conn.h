@@ -6,34 +6,25 @@
 #include <string>
 #include <string_view>
 
+#include "conn_settings.h"
 #include "io.h"
 
 namespace tukredis {
 
-// Where the server is, read from the environment at every connect so that a
-// test (or an operator) can move the daemon to another server without
-// restarting it.
-struct Address {
-    std::string socket_path; // wins when not empty
-    std::string host;
-    int port = 0;
-
-    std::string describe() const;
-};
-
-// TUKREDIS_SOCKET, else TUKREDIS_HOST (127.0.0.1) and TUKREDIS_PORT (6379).
-// False with why when the environment names no usable address.
-bool address_from_env(Address &address, std::string &why);
+// Where the server is (conn_settings), read from the environment at every
+// connect so that a test (or an operator) can move the daemon to another
+// server without restarting it.
+using server_address = conn_settings::server_address;
 
 // A non-blocking connection, connected within timeout. TCP connections get
 // keep-alive so that a vanished peer is noticed by the kernel too.
-ContextPtr open_connection(const Address &address, std::chrono::milliseconds timeout,
+ContextPtr open_connection(const server_address &address, std::chrono::milliseconds timeout,
                            std::string &why);
 
 // The connection every part of the library starts from: open, then make sure
 // the server publishes the keyspace events the daemon depends on. Null on
 // failure, with why.
-ContextPtr open_bus_connection(const Address &address, std::chrono::milliseconds timeout,
+ContextPtr open_bus_connection(const server_address &address, std::chrono::milliseconds timeout,
                                std::string &why);
 
 // The keyspace-event flags this library needs and the server lacks, given the

@@ -27,8 +27,8 @@ bool valid_row(const tukredis_sub_row &row) {
 }
 
 bool try_connect(std::string &where, std::string &why) {
-    Address address;
-    if (!address_from_env(address, why)) {
+    server_address address;
+    if (!conn_settings::from_environment(address, why)) {
         where = "the server";
         return false;
     }

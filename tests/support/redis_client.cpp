@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "testsupport/redis_client.h"
 
+#include "conn_settings.h"
+
 #include <algorithm>
 #include <stdexcept>
 
@@ -26,15 +28,10 @@ redisContext *RedisClient::connection() {
     if (context_ != nullptr) {
         return context_;
     }
-    const timeval timeout{static_cast<time_t>(timeout_.count() / 1000),
-                          static_cast<suseconds_t>((timeout_.count() % 1000) * 1000)};
-    redisContext *context = redisConnectUnixWithTimeout(socket_path_.c_str(), timeout);
+    std::string why;
+    redisContext *context = conn_settings::connect_blocking(
+        conn_settings::server_address{socket_path_, {}, 0}, timeout_, timeout_, why);
     if (context == nullptr) {
-        throw std::runtime_error("redis client: out of memory");
-    }
-    if (context->err != 0 || redisSetTimeout(context, timeout) != REDIS_OK) {
-        const std::string why = context->errstr;
-        redisFree(context);
         throw std::runtime_error("redis client: cannot connect to " + socket_path_ + ": " + why);
     }
     context_ = context;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "testsupport/redis_server.h"
 
+#include "conn_settings.h"
+
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -43,19 +45,18 @@ std::string make_private_dir() {
 }
 
 bool answers_ping(const std::string &socket_path) {
-    const timeval timeout{0, 200 * 1000};
-    redisContext *context = redisConnectUnixWithTimeout(socket_path.c_str(), timeout);
+    constexpr std::chrono::milliseconds TIMEOUT{200};
+    std::string why;
+    redisContext *context = conn_settings::connect_blocking(
+        conn_settings::server_address{socket_path, {}, 0}, TIMEOUT, TIMEOUT, why);
     if (context == nullptr) {
         return false;
     }
-    bool ok = false;
-    if (context->err == 0 && redisSetTimeout(context, timeout) == REDIS_OK) {
-        auto *reply = static_cast<redisReply *>(redisCommand(context, "PING"));
-        ok = reply != nullptr && reply->type == REDIS_REPLY_STATUS &&
-             std::string(reply->str, reply->len) == "PONG";
-        if (reply != nullptr) {
-            freeReplyObject(reply);
-        }
+    auto *reply = static_cast<redisReply *>(redisCommand(context, "PING"));
+    const bool ok = reply != nullptr && reply->type == REDIS_REPLY_STATUS &&
+                    std::string(reply->str, reply->len) == "PONG";
+    if (reply != nullptr) {
+        freeReplyObject(reply);
     }
     redisFree(context);
     return ok;
