@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The daemon's only output channel: plain printf to standard output, never
-// flushed by the daemon (buffering is whatever stdio chooses for the stream).
+// The daemon's only output channel: plain printf to standard output, which
+// main makes line-buffered, so each trace line is written out whole as it is
+// printed; nothing here flushes.
 #include "trace/trace.h"
 
 #include <cstdarg>
