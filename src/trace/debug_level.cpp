@@ -22,9 +22,12 @@ void dov_vvlan_set_dbg(uint32_t level) {
 }
 
 // Start-up step: the marker file turns every trace on. A missing file leaves
-// the word as it is and returns the open's result.
+// the word as it is and returns the open's result. /var/tmp is writable by
+// everyone: a FIFO put there would block a plain read-only open for ever,
+// inside start-up and holding the pid-file lock, so the open never waits. A
+// FIFO or a device counts as present, as any file does.
 int dov_vvlan_dbg_init() {
-    const int fd = open(DBG_MARKER_FILE, O_RDONLY);
+    const int fd = open(DBG_MARKER_FILE, O_RDONLY | O_NONBLOCK);
     if (fd < 0) {
         return fd;
     }

@@ -1,9 +1,14 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The debug marker file and the "debugDovVVlan" handler.
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <chrono>
+#include <cstring>
 #include <fstream>
+#include <future>
 
 #include "daemon_test.h"
 #include "trace/debug_level.h"
@@ -43,6 +48,24 @@ TEST_F(DbgTest, EmptyMarkerFileCounts) {
     std::ofstream(MARKER).flush();
     dov_vvlan_set_dbg(0);
     EXPECT_EQ(dov_vvlan_dbg_init(), 0);
+    EXPECT_EQ(dov_vvlan_dbg_level.load(), 32u);
+}
+
+// Anyone can put a FIFO at the marker's path; with no writer, a blocking
+// open would never return. The open runs on another thread so that a
+// regression fails here instead of hanging the suite: the test then opens
+// the FIFO for writing itself, which releases the blocked open.
+TEST_F(DbgTest, MarkerFifoCountsAndNeverBlocks) {
+    ASSERT_EQ(mkfifo(MARKER.c_str(), 0600), 0) << std::strerror(errno);
+    dov_vvlan_set_dbg(0);
+    auto init = std::async(std::launch::async, [] { return dov_vvlan_dbg_init(); });
+    if (init.wait_for(std::chrono::seconds(5)) != std::future_status::ready) {
+        const int writer = open(MARKER.c_str(), O_WRONLY);
+        init.wait();
+        close(writer);
+        FAIL() << "dov_vvlan_dbg_init blocked in open on a FIFO";
+    }
+    EXPECT_EQ(init.get(), 0);
     EXPECT_EQ(dov_vvlan_dbg_level.load(), 32u);
 }
 
