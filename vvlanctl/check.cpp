@@ -5,6 +5,7 @@
 
 #include "json_writer.h"
 #include "port_view.h"
+#include "printable.h"
 #include "show.h"
 #include "wire/keys.h"
 
@@ -178,7 +179,7 @@ std::string findings_text(const std::vector<finding> &f) {
         if (x.ifx) {
             out += " port " + std::to_string(*x.ifx);
         }
-        out += ": " + x.detail + "\n";
+        out += ": " + printable(x.detail) + "\n";
     }
     return out;
 }

@@ -7,6 +7,7 @@
 #include "commands.h"
 #include "dov_vvlan_version.h"
 #include "help.h"
+#include "printable.h"
 
 namespace {
 
@@ -23,7 +24,7 @@ const command_entry COMMANDS[] = {
 };
 
 int usage(const std::string &why) {
-    std::fprintf(stderr, "vvlanctl: %s (vvlanctl --help)\n", why.c_str());
+    std::fprintf(stderr, "vvlanctl: %s (vvlanctl --help)\n", printable(why).c_str());
     return EXIT_USAGE;
 }
 
@@ -53,7 +54,7 @@ bool option_value(int argc, char **argv, int *i, const char *shrt, const char *l
 } // namespace
 
 int fail(const tool_context &t, int status, const std::string &why) {
-    std::fprintf(stderr, "vvlanctl: %s: %s\n", t.command.c_str(), why.c_str());
+    std::fprintf(stderr, "vvlanctl: %s: %s\n", t.command.c_str(), printable(why).c_str());
     return status;
 }
 

@@ -3,6 +3,16 @@
 
 #include <algorithm>
 
+#include "printable.h"
+
+void text_table::row(const std::vector<std::string> &cells) {
+    std::vector<std::string> &r = rows_.emplace_back();
+    r.reserve(cells.size());
+    for (const std::string &c : cells) {
+        r.push_back(printable(c));
+    }
+}
+
 std::string text_table::render(int indent) const {
     std::vector<std::size_t> width(header_.size(), 0);
     auto measure = [&](const std::vector<std::string> &cells) {

@@ -9,7 +9,8 @@
 class text_table {
   public:
     explicit text_table(std::vector<std::string> header) : header_(std::move(header)) {}
-    void row(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
+    // Cells hold what the server holds: each is made printable here.
+    void row(const std::vector<std::string> &cells);
     bool empty() const { return rows_.empty(); }
     // Every line indented by indent blanks, trailing blanks trimmed.
     std::string render(int indent = 2) const;

@@ -12,6 +12,7 @@
 #include "commands.h"
 #include "event_text.h"
 #include "ports.h"
+#include "printable.h"
 #include "snapshot.h"
 #include "wire/key_families.h"
 
@@ -47,7 +48,7 @@ std::string timestamp() {
 const char *const PATTERNS[] = {"__keyspace@0__:/bri*", "__keyspace@1__:/bri*",
                                 "__keyspace@0__:debugDovVVlan"};
 
-enum class next { reply, stopped, lost };
+enum class next { REPLY, STOPPED, LOST };
 
 // The next reply of the subscription, waiting for it in poll() so that a
 // signal ends the wait.
@@ -55,11 +56,11 @@ next read_reply(redisContext *c, reply_ptr *out) {
     while (g_stop == 0) {
         void *raw = nullptr;
         if (redisGetReplyFromReader(c, &raw) != REDIS_OK) {
-            return next::lost;
+            return next::LOST;
         }
         if (raw != nullptr) {
             out->reset(static_cast<redisReply *>(raw));
-            return next::reply;
+            return next::REPLY;
         }
         pollfd p{c->fd, POLLIN, 0};
         const int r = poll(&p, 1, -1);
@@ -67,13 +68,13 @@ next read_reply(redisContext *c, reply_ptr *out) {
             if (errno == EINTR) {
                 continue;
             }
-            return next::lost;
+            return next::LOST;
         }
         if (redisBufferRead(c) != REDIS_OK) {
-            return next::lost;
+            return next::LOST;
         }
     }
-    return next::stopped;
+    return next::STOPPED;
 }
 
 // "__keyspace@<db>__:<key>"
@@ -143,10 +144,10 @@ int cmd_watch(const tool_context &t) {
     for (std::size_t i = 0; i < std::size(PATTERNS) + 1; ++i) {
         reply_ptr r;
         const next n = read_reply(c, &r);
-        if (n == next::stopped) {
+        if (n == next::STOPPED) {
             return EXIT_FINE;
         }
-        if (n == next::lost || r->type == REDIS_REPLY_ERROR) {
+        if (n == next::LOST || r->type == REDIS_REPLY_ERROR) {
             return fail(t, EXIT_CONNECT, "the subscription was refused or lost");
         }
     }
@@ -157,10 +158,10 @@ int cmd_watch(const tool_context &t) {
     while (count == 0 || seen < count) {
         reply_ptr r;
         const next n = read_reply(c, &r);
-        if (n == next::stopped) {
+        if (n == next::STOPPED) {
             break;
         }
-        if (n == next::lost) {
+        if (n == next::LOST) {
             return fail(t, EXIT_CONNECT, "lost the connection to " + t.address.describe());
         }
         if (r->type != REDIS_REPLY_ARRAY || r->elements != 4) {
@@ -174,7 +175,7 @@ int cmd_watch(const tool_context &t) {
             continue;
         }
         const std::string line = event_line(ctx, db, event, key);
-        std::printf("%s %s\n", timestamp().c_str(), line.c_str());
+        std::printf("%s %s\n", timestamp().c_str(), printable(line).c_str());
         std::fflush(stdout);
         ++seen;
     }

@@ -35,6 +35,22 @@ class CtlTest : public integration::VoiceVlanTest {
         }
         return out;
     }
+    // Set, title, clear-screen and colour sequences, as a hostile writer of
+    // a key would send them to the operator's terminal.
+    static inline const std::string HOSTILE = "\x1b]0;pwned\x07\x1b[2J\x1b[31m";
+    // What vvlanctl prints of HOSTILE instead.
+    static inline const std::string HOSTILE_ESCAPED = "\\x1b]0;pwned\\x07\\x1b[2J\\x1b[31m";
+    // Any byte but a newline that a terminal would not print as it is.
+    static bool has_control_bytes(const std::string &text) {
+        for (const char c : text) {
+            const auto b = static_cast<unsigned char>(c);
+            if ((b < 0x20 && b != '\n') || b >= 0x7f) {
+                return true;
+            }
+        }
+        return false;
+    }
+
     // vvlanctl sync: everything written before has been handled.
     void sync() { ok({"sync", "--timeout", "60"}); }
 

@@ -182,5 +182,16 @@ TEST_F(ShowTest, PortMapIsHonouredAsByTheDaemon) {
     EXPECT_EQ(bad.status, 2) << bad.err;
 }
 
+// Values come from whoever can write to the server: printed as text, none
+// of their bytes reaches the terminal as a control sequence.
+TEST_F(ShowTest, TextEscapesWhatTheServerHolds) {
+    redis().set(0, "debugDovVVlan", HOSTILE);
+    redis().set(1, "/bridge/vvlan/data/end", HOSTILE);
+    const tool_result r = ok({"show"});
+    EXPECT_FALSE(has_control_bytes(r.out)) << r.out;
+    EXPECT_NE(r.out.find("load marker  " + HOSTILE_ESCAPED), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find(HOSTILE_ESCAPED + "\n"), std::string::npos) << r.out;
+}
+
 } // namespace
 } // namespace ctltest

@@ -122,5 +122,15 @@ TEST_F(WatchTest, EndsOnSigint) {
     EXPECT_EQ(w->out(), "");
 }
 
+// Keys and values come from whoever can write to the server: none of their
+// bytes reaches the terminal as a control sequence.
+TEST_F(WatchTest, LinesEscapeWhatTheServerHolds) {
+    auto w = watch({"--count", "1"});
+    redis().set(0, "debugDovVVlan", HOSTILE);
+    ASSERT_EQ(w->wait_exit(integration::patience(20s)), 0) << w->out() << w->err();
+    EXPECT_FALSE(has_control_bytes(w->out())) << w->out();
+    EXPECT_EQ(untimed(w->out()), std::vector<std::string>({"debug level " + HOSTILE_ESCAPED}));
+}
+
 } // namespace
 } // namespace ctltest
