@@ -14,64 +14,67 @@ extern "C" {
 namespace tukredis {
 namespace {
 
-constexpr std::string_view kHeader = "*4\r\n$8\r\npmessage\r\n";
-constexpr std::string_view kEnd = "\r\n";
+constexpr std::string_view HEADER = "*4\r\n$8\r\npmessage\r\n";
+constexpr std::string_view END = "\r\n";
 // Longer than any key the server accepts (512 MB) is not a length.
-constexpr size_t kLongestBulk = 512UL * 1024 * 1024;
+constexpr size_t LONGEST_BULK = 512UL * 1024 * 1024;
 // hiredis drops consumed bytes once this many have gathered; the same here,
 // so that the buffer does not grow with the backlog.
-constexpr size_t kCompactAt = 1024;
+constexpr size_t COMPACT_AT = 1024;
 
 // "$<length>\r\n<bytes>\r\n" at *at in bytes.
-InPlace bulk(std::string_view bytes, size_t *at, std::string_view *out) noexcept {
+in_place bulk(std::string_view bytes, size_t *at, std::string_view *out) noexcept {
     size_t p = *at;
     if (p >= bytes.size()) {
-        return InPlace::partial;
+        return in_place::PARTIAL;
     }
     if (bytes[p] != '$') {
-        return InPlace::other;
+        return in_place::OTHER;
     }
     ++p;
     size_t length = 0;
     const size_t digits_start = p;
     for (;; ++p) {
         if (p >= bytes.size()) {
-            return InPlace::partial;
+            return in_place::PARTIAL;
         }
         const char c = bytes[p];
         if (c < '0' || c > '9') {
             break;
         }
-        length = length * 10 + static_cast<size_t>(c - '0');
-        if (length > kLongestBulk) {
-            return InPlace::other;
+        // Bounded before the multiplication: with a 32-bit size_t (the
+        // switch), 2^32 + 28 would otherwise wrap to 28 and be accepted.
+        const auto digit = static_cast<size_t>(c - '0');
+        if (length > (LONGEST_BULK - digit) / 10) {
+            return in_place::OTHER;
         }
+        length = length * 10 + digit;
     }
     if (p == digits_start) {
-        return InPlace::other; // "$-1" and the like
+        return in_place::OTHER; // "$-1" and the like
     }
-    if (bytes.size() - p < kEnd.size()) {
-        return InPlace::partial;
+    if (bytes.size() - p < END.size()) {
+        return in_place::PARTIAL;
     }
-    if (bytes.substr(p, kEnd.size()) != kEnd) {
-        return InPlace::other;
+    if (bytes.substr(p, END.size()) != END) {
+        return in_place::OTHER;
     }
-    p += kEnd.size();
-    if (bytes.size() - p < length + kEnd.size()) {
-        return InPlace::partial;
+    p += END.size();
+    if (bytes.size() - p < length + END.size()) {
+        return in_place::PARTIAL;
     }
-    if (bytes.substr(p + length, kEnd.size()) != kEnd) {
-        return InPlace::other;
+    if (bytes.substr(p + length, END.size()) != END) {
+        return in_place::OTHER;
     }
     *out = bytes.substr(p, length);
-    *at = p + length + kEnd.size();
-    return InPlace::message;
+    *at = p + length + END.size();
+    return in_place::MESSAGE;
 }
 
 // Drops the bytes already delivered. Only before the next frame is read:
 // the views of the last one point into the bytes that move.
 void compact(redisReader *reader) noexcept {
-    if (reader->pos >= kCompactAt) {
+    if (reader->pos >= COMPACT_AT) {
         // pos is below 1 KiB plus one frame, and a frame is below 2 GiB.
         sdsrange(reader->buf, static_cast<int>(reader->pos), -1);
         reader->pos = 0;
@@ -81,27 +84,27 @@ void compact(redisReader *reader) noexcept {
 
 } // namespace
 
-InPlace next_pmessage(redisReader *reader, PmessageView &view) noexcept {
+in_place next_pmessage(redisReader *reader, pmessage_view &view) noexcept {
     if (reader->err != 0 || reader->ridx != -1) {
-        return InPlace::other;
+        return in_place::OTHER;
     }
     compact(reader);
     const std::string_view bytes(reader->buf + reader->pos, reader->len - reader->pos);
-    if (bytes.size() < kHeader.size()) {
-        return kHeader.starts_with(bytes) ? InPlace::partial : InPlace::other;
+    if (bytes.size() < HEADER.size()) {
+        return HEADER.starts_with(bytes) ? in_place::PARTIAL : in_place::OTHER;
     }
-    if (!bytes.starts_with(kHeader)) {
-        return InPlace::other;
+    if (!bytes.starts_with(HEADER)) {
+        return in_place::OTHER;
     }
-    size_t at = kHeader.size();
+    size_t at = HEADER.size();
     for (std::string_view *part : {&view.pattern, &view.channel, &view.event}) {
-        const InPlace got = bulk(bytes, &at, part);
-        if (got != InPlace::message) {
+        const in_place got = bulk(bytes, &at, part);
+        if (got != in_place::MESSAGE) {
             return got;
         }
     }
     reader->pos += at;
-    return InPlace::message;
+    return in_place::MESSAGE;
 }
 
 } // namespace tukredis
