@@ -24,6 +24,8 @@ expected=(
     lib/cmake/dov_vvlan_platform/dov_vvlan_platform-targets.cmake
     lib/systemd/system/dov_vvlan.service
     etc/init.d/dov_vvlan etc/default/dov_vvlan
+    lib/sysusers.d/dov_vvlan.conf lib/tmpfiles.d/dov_vvlan.conf
+    share/doc/dov_vvlan/examples/unix-socket-only.conf
     share/doc/dov_vvlan/LICENSE share/doc/dov_vvlan/THIRD-PARTY-NOTICES
 )
 if [[ ${WITH_VVLANCTL:-0} == 1 ]]; then
