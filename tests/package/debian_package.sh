@@ -2,8 +2,10 @@
 # SPDX-License-Identifier: BSD-3-Clause
 # The Debian package of the PC build: dpkg-buildpackage -b -us -uc on a copy
 # of the source tree, lintian without a single tag (pedantic and
-# experimental included), the expected files, and the packaged daemon
-# unpacked into a temporary root and run against a private redis-server.
+# experimental included), the expected files (the daemon's user, pid file
+# and drop-in example too), a postinst that makes the user before the
+# service starts, and the packaged daemon unpacked into a temporary root and
+# run against a private redis-server.
 # The packaged daemon uses the real /run and /var/tmp paths, so it runs in
 # a private mount namespace where both are directories of this test.
 #
@@ -33,7 +35,8 @@ echo "lintian: no tags"
 expected=(./usr/sbin/dov_vvlan ./usr/lib/dov-vvlan/libtukredis.so ./usr/lib/dov-vvlan/libsdm.so
     ./usr/lib/dov-vvlan/libham_agent.so ./lib/systemd/system/dov_vvlan.service
     ./etc/init.d/dov_vvlan ./etc/default/dov_vvlan ./usr/share/man/man8/dov_vvlan.8.gz
-    ./usr/share/doc/dov-vvlan/copyright)
+    ./usr/share/doc/dov-vvlan/copyright ./usr/lib/sysusers.d/dov_vvlan.conf
+    ./usr/lib/tmpfiles.d/dov_vvlan.conf ./usr/share/doc/dov-vvlan/examples/unix-socket-only.conf)
 if [[ ${WITH_VVLANCTL:-0} == 1 ]]; then
     expected+=(./usr/bin/vvlanctl ./usr/share/man/man1/vvlanctl.1.gz)
 fi
@@ -45,8 +48,31 @@ if grep -E '^\./usr/(include|lib/dov-vvlan/(pkgconfig|cmake))' <<<"$listing"; th
     fail "the package carries the platform SDK files"
 fi
 
+# The daemon's user is made on configure, before anything starts the
+# service, and its pid file then; the unit runs it as that user.
+control=$SCRATCH/control
+dpkg-deb -e "$deb" "$control"
+postinst=$control/postinst
+[[ -f $postinst ]] || fail "the package has no postinst"
+users=$(grep -n 'systemd-sysusers .*dov_vvlan\.conf' "$postinst" | cut -d: -f1 | head -1)
+pidf=$(grep -n 'systemd-tmpfiles .*--create .*dov_vvlan\.conf' "$postinst" | cut -d: -f1 | head -1)
+start=$(grep -nE 'invoke-rc\.d|deb-systemd-invoke' "$postinst" | cut -d: -f1 | head -1)
+[[ -n $users ]] || fail "the postinst does not make the user (systemd-sysusers dov_vvlan.conf)"
+[[ -n $pidf ]] || fail "the postinst does not create the pid file (systemd-tmpfiles dov_vvlan.conf)"
+[[ -z $start || $users -lt $start ]] ||
+    fail "the postinst starts the service (line $start) before making its user (line $users)"
+dpkg-deb -f "$deb" Depends | grep -q 'systemd-sysusers' ||
+    fail "the package does not depend on a systemd-sysusers: $(dpkg-deb -f "$deb" Depends)"
+echo "postinst: user at line $users, pid file at line $pidf, first start at line ${start:-none}"
+
 root=$SCRATCH/root
 dpkg-deb -x "$deb" "$root"
+grep -qx 'User=dov_vvlan' "$root/lib/systemd/system/dov_vvlan.service" ||
+    fail "the packaged unit does not run the daemon as dov_vvlan"
+grep -qx 'ReadWritePaths=/var/run/dov_vvlan.pid' "$root/lib/systemd/system/dov_vvlan.service" ||
+    fail "the packaged unit does not leave the daemon its real pid file"
+grep -qx 'f /run/dov_vvlan.pid 0644 dov_vvlan dov_vvlan -' "$root/usr/lib/tmpfiles.d/dov_vvlan.conf" ||
+    fail "the packaged tmpfiles.d file does not make /run/dov_vvlan.pid for dov_vvlan"
 text=$(strings "$root/usr/sbin/dov_vvlan" | grep -E "^dov_vvlan $version( \(.+\))?\$") ||
     fail "no version text in the packaged daemon"
 echo "version text: $text"
