@@ -61,6 +61,18 @@ bool split_tail(std::string_view key, key_family f, std::array<std::string_view,
     return true;
 }
 
+// A key of f whose one component after the prefix is a number up to max,
+// as T (every such number fits its T).
+template <typename T>
+std::optional<T> single_number_tail(std::string_view key, key_family f, uint32_t max) {
+    std::array<std::string_view, 1> p;
+    if (!split_tail(key, f, &p)) {
+        return std::nullopt;
+    }
+    const auto n = decimal(p[0], max);
+    return n ? std::optional<T>(static_cast<T>(*n)) : std::nullopt;
+}
+
 } // namespace
 
 std::optional<key_family> family_of_key(std::string_view key) {
@@ -73,12 +85,7 @@ std::optional<key_family> family_of_key(std::string_view key) {
 }
 
 std::optional<uint16_t> parse_vid_key(std::string_view key) {
-    std::array<std::string_view, 1> p;
-    if (!split_tail(key, key_family::vid, &p)) {
-        return std::nullopt;
-    }
-    const auto v = decimal(p[0], 0xffff);
-    return v ? std::optional<uint16_t>(static_cast<uint16_t>(*v)) : std::nullopt;
+    return single_number_tail<uint16_t>(key, key_family::vid, 0xffff);
 }
 
 std::optional<port_oper_key_parts> parse_port_oper_key(std::string_view key) {
@@ -137,12 +144,7 @@ std::optional<learning_key_parts> parse_mac_learning_key(std::string_view key) {
 }
 
 std::optional<int32_t> parse_join_request_key(std::string_view key) {
-    std::array<std::string_view, 1> p;
-    if (!split_tail(key, key_family::mac_learning, &p)) {
-        return std::nullopt;
-    }
-    const auto ifx = decimal(p[0], INT32_TOP);
-    return ifx ? std::optional<int32_t>(static_cast<int32_t>(*ifx)) : std::nullopt;
+    return single_number_tail<int32_t>(key, key_family::mac_learning, INT32_TOP);
 }
 
 std::optional<spec_oui_key_parts> parse_spec_oui_msg_key(std::string_view key) {
@@ -159,19 +161,9 @@ std::optional<spec_oui_key_parts> parse_spec_oui_msg_key(std::string_view key) {
 }
 
 std::optional<int32_t> parse_mac_vlan_key(std::string_view key) {
-    std::array<std::string_view, 1> p;
-    if (!split_tail(key, key_family::mac_vlan, &p)) {
-        return std::nullopt;
-    }
-    const auto n = decimal(p[0], INT32_TOP);
-    return n ? std::optional<int32_t>(static_cast<int32_t>(*n)) : std::nullopt;
+    return single_number_tail<int32_t>(key, key_family::mac_vlan, INT32_TOP);
 }
 
 std::optional<uint16_t> parse_mvlan_oui_msg_key(std::string_view key) {
-    std::array<std::string_view, 1> p;
-    if (!split_tail(key, key_family::mvlan_oui_msg, &p)) {
-        return std::nullopt;
-    }
-    const auto s = decimal(p[0], 0xffff);
-    return s ? std::optional<uint16_t>(static_cast<uint16_t>(*s)) : std::nullopt;
+    return single_number_tail<uint16_t>(key, key_family::mvlan_oui_msg, 0xffff);
 }

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <optional>
 
 namespace {
 
@@ -54,14 +55,14 @@ decimal scan_decimal(std::string_view s) {
 
 // strtol semantics on a 32-bit long.
 int32_t to_long32(const decimal &d) {
-    constexpr uint32_t max_pos = static_cast<uint32_t>(std::numeric_limits<int32_t>::max());
+    constexpr uint32_t MAX_POS = static_cast<uint32_t>(std::numeric_limits<int32_t>::max());
     if (d.negative) {
-        if (d.overflow || d.magnitude > max_pos + 1u) {
+        if (d.overflow || d.magnitude > MAX_POS + 1u) {
             return std::numeric_limits<int32_t>::min();
         }
         return static_cast<int32_t>(0u - d.magnitude);
     }
-    if (d.overflow || d.magnitude > max_pos) {
+    if (d.overflow || d.magnitude > MAX_POS) {
         return std::numeric_limits<int32_t>::max();
     }
     return static_cast<int32_t>(d.magnitude);
@@ -74,6 +75,16 @@ uint32_t to_ulong32(const decimal &d) {
         return std::numeric_limits<uint32_t>::max();
     }
     return d.negative ? 0u - d.magnitude : d.magnitude;
+}
+
+// The number at pos in text, pos moved past it; nothing when there is none.
+std::optional<decimal> take_decimal(std::string_view text, std::size_t &pos) {
+    const decimal d = scan_decimal(text.substr(pos));
+    if (d.used == 0) {
+        return std::nullopt;
+    }
+    pos += d.used;
+    return d;
 }
 
 } // namespace
@@ -101,23 +112,19 @@ bool key_scan::word(std::string_view *out) {
 }
 
 bool key_scan::int32(int32_t *out) {
-    const decimal d = scan_decimal(rest());
-    if (d.used == 0) {
-        return false;
+    const auto d = take_decimal(text_, pos_);
+    if (d) {
+        *out = to_long32(*d);
     }
-    *out = to_long32(d);
-    pos_ += d.used;
-    return true;
+    return d.has_value();
 }
 
 bool key_scan::uint16(uint16_t *out) {
-    const decimal d = scan_decimal(rest());
-    if (d.used == 0) {
-        return false;
+    const auto d = take_decimal(text_, pos_);
+    if (d) {
+        *out = static_cast<uint16_t>(to_ulong32(*d));
     }
-    *out = static_cast<uint16_t>(to_ulong32(d));
-    pos_ += d.used;
-    return true;
+    return d.has_value();
 }
 
 namespace {
