@@ -27,6 +27,24 @@ std::optional<typename Codec::value_type> decode(const std::optional<std::string
 // so one scan per database finds them all.
 constexpr const char *SCAN_MATCH = "/bri*";
 
+// Calls f(family, key) for every key of db under a declared family, in key
+// order (so that "the last by name" is well defined). False when the scan
+// failed.
+template <typename F>
+bool for_each_family_key(connection &conn, int db, F f) {
+    std::vector<std::string> keys;
+    if (!conn.scan(db, SCAN_MATCH, &keys)) {
+        return false;
+    }
+    std::sort(keys.begin(), keys.end());
+    for (const std::string &key : keys) {
+        if (const auto family = family_of_key(key)) {
+            f(*family, key);
+        }
+    }
+    return true;
+}
+
 struct pending {
     std::vector<std::string> keys;
     std::vector<std::optional<std::string>> values;
@@ -106,62 +124,54 @@ bool read_snapshot(connection &conn, snapshot *out) {
     const std::string debug_key = family_key(key_family::debug_level).c_str();
 
     // Database 1.
-    std::vector<std::string> keys1;
-    if (!conn.scan(DB_CONFIG, SCAN_MATCH, &keys1)) {
-        return false;
-    }
-    std::sort(keys1.begin(), keys1.end());
     pending p1;
     std::optional<std::size_t> cos_at;
     std::optional<std::size_t> aging_at;
     std::optional<std::size_t> marker_at;
     std::vector<std::pair<oui_key_parts, std::size_t>> ouis_at;
-    for (const std::string &key : keys1) {
-        const auto family = family_of_key(key);
-        if (!family) {
-            continue;
-        }
-        switch (*family) {
-        case key_family::vid:
-            if (const auto v = parse_vid_key(key)) {
-                s.cfg_vids.push_back(*v);
+    const bool scanned1 =
+        for_each_family_key(conn, DB_CONFIG, [&](key_family family, const std::string &key) {
+            switch (family) {
+            case key_family::vid:
+                if (const auto v = parse_vid_key(key)) {
+                    s.cfg_vids.push_back(*v);
+                }
+                break;
+            case key_family::secu_mode:
+                s.cfg_security = true;
+                s.cfg_security_keys.push_back(key);
+                break;
+            case key_family::cos_dscp:
+                // Every configured key publishes to the one copy; the last one
+                // written wins, which a reader cannot know: the last by name.
+                cos_at = p1.add(key);
+                break;
+            case key_family::age_timer:
+                aging_at = p1.add(key);
+                break;
+            case key_family::port_oper:
+                if (const auto p = parse_port_oper_key(key)) {
+                    s.cfg_port_modes[p->ifx].insert(p->mode);
+                }
+                break;
+            case key_family::oui_oper:
+                if (const auto o = parse_oui_key(key); o && !o->slot) {
+                    ouis_at.emplace_back(*o, p1.add(key));
+                }
+                break;
+            case key_family::mac_learning:
+                if (const auto ifx = parse_join_request_key(key)) {
+                    s.join_requests.insert(*ifx);
+                }
+                break;
+            case key_family::data_end:
+                marker_at = p1.add(key);
+                break;
+            default:
+                break;
             }
-            break;
-        case key_family::secu_mode:
-            s.cfg_security = true;
-            s.cfg_security_keys.push_back(key);
-            break;
-        case key_family::cos_dscp:
-            // Every configured key publishes to the one copy; the last one
-            // written wins, which a reader cannot know: the last by name.
-            cos_at = p1.add(key);
-            break;
-        case key_family::age_timer:
-            aging_at = p1.add(key);
-            break;
-        case key_family::port_oper:
-            if (const auto p = parse_port_oper_key(key)) {
-                s.cfg_port_modes[p->ifx].insert(p->mode);
-            }
-            break;
-        case key_family::oui_oper:
-            if (const auto o = parse_oui_key(key); o && !o->slot) {
-                ouis_at.emplace_back(*o, p1.add(key));
-            }
-            break;
-        case key_family::mac_learning:
-            if (const auto ifx = parse_join_request_key(key)) {
-                s.join_requests.insert(*ifx);
-            }
-            break;
-        case key_family::data_end:
-            marker_at = p1.add(key);
-            break;
-        default:
-            break;
-        }
-    }
-    if (!conn.get_many(DB_CONFIG, p1.keys, &p1.values)) {
+        });
+    if (!scanned1 || !conn.get_many(DB_CONFIG, p1.keys, &p1.values)) {
         return false;
     }
     std::sort(s.cfg_vids.begin(), s.cfg_vids.end());
@@ -181,71 +191,66 @@ bool read_snapshot(connection &conn, snapshot *out) {
     }
 
     // Database 0.
-    std::vector<std::string> keys0;
-    if (!conn.scan(DB_STATE, SCAN_MATCH, &keys0)) {
-        return false;
-    }
-    std::sort(keys0.begin(), keys0.end());
     pending p0;
     std::vector<std::pair<uint16_t, std::size_t>> vids_at;
     std::optional<std::size_t> secu_at;
     std::optional<std::size_t> cos0_at;
     std::vector<std::pair<oui_key_parts, std::size_t>> echoes_at;
     std::vector<std::pair<int32_t, std::size_t>> mvlans_at;
-    for (const std::string &key : keys0) {
-        const auto family = family_of_key(key);
-        if (!family) {
-            continue;
-        }
-        switch (*family) {
-        case key_family::vid:
-            if (const auto v = parse_vid_key(key)) {
-                vids_at.emplace_back(*v, p0.add(key));
+    const bool scanned0 =
+        for_each_family_key(conn, DB_STATE, [&](key_family family, const std::string &key) {
+            switch (family) {
+            case key_family::vid:
+                if (const auto v = parse_vid_key(key)) {
+                    vids_at.emplace_back(*v, p0.add(key));
+                }
+                break;
+            case key_family::secu_mode:
+                if (key == prefix_of(key_family::secu_mode)) {
+                    secu_at = p0.add(key);
+                }
+                break;
+            case key_family::cos_dscp:
+                if (key == prefix_of(key_family::cos_dscp)) {
+                    cos0_at = p0.add(key);
+                }
+                break;
+            case key_family::port_oper:
+                if (const auto p = parse_port_oper_key(key)) {
+                    s.applied_port_modes[p->ifx].insert(p->mode);
+                }
+                break;
+            case key_family::oui_oper:
+                if (const auto o = parse_oui_key(key); o && o->slot) {
+                    echoes_at.emplace_back(*o, p0.add(key));
+                }
+                break;
+            case key_family::mac_learning:
+                if (const auto l = parse_mac_learning_key(key)) {
+                    s.learned.push_back({l->vlan, l->phyid, l->mac, ifx_of(l->phyid)});
+                }
+                break;
+            case key_family::spec_oui_msg:
+                if (const auto m = parse_spec_oui_msg_key(key)) {
+                    s.specified.push_back({m->oui, m->phyid, ifx_of(m->phyid)});
+                }
+                break;
+            case key_family::mac_vlan:
+                if (const auto n = parse_mac_vlan_key(key)) {
+                    mvlans_at.emplace_back(*n, p0.add(key));
+                }
+                break;
+            case key_family::mvlan_oui_msg:
+                if (const auto slot = parse_mvlan_oui_msg_key(key)) {
+                    s.mvlan_messages.insert(*slot);
+                }
+                break;
+            default:
+                break;
             }
-            break;
-        case key_family::secu_mode:
-            if (key == prefix_of(key_family::secu_mode)) {
-                secu_at = p0.add(key);
-            }
-            break;
-        case key_family::cos_dscp:
-            if (key == prefix_of(key_family::cos_dscp)) {
-                cos0_at = p0.add(key);
-            }
-            break;
-        case key_family::port_oper:
-            if (const auto p = parse_port_oper_key(key)) {
-                s.applied_port_modes[p->ifx].insert(p->mode);
-            }
-            break;
-        case key_family::oui_oper:
-            if (const auto o = parse_oui_key(key); o && o->slot) {
-                echoes_at.emplace_back(*o, p0.add(key));
-            }
-            break;
-        case key_family::mac_learning:
-            if (const auto l = parse_mac_learning_key(key)) {
-                s.learned.push_back({l->vlan, l->phyid, l->mac, ifx_of(l->phyid)});
-            }
-            break;
-        case key_family::spec_oui_msg:
-            if (const auto m = parse_spec_oui_msg_key(key)) {
-                s.specified.push_back({m->oui, m->phyid, ifx_of(m->phyid)});
-            }
-            break;
-        case key_family::mac_vlan:
-            if (const auto n = parse_mac_vlan_key(key)) {
-                mvlans_at.emplace_back(*n, p0.add(key));
-            }
-            break;
-        case key_family::mvlan_oui_msg:
-            if (const auto slot = parse_mvlan_oui_msg_key(key)) {
-                s.mvlan_messages.insert(*slot);
-            }
-            break;
-        default:
-            break;
-        }
+        });
+    if (!scanned0) {
+        return false;
     }
     const std::size_t marker0_at = p0.add(marker_key);
     const std::size_t debug_at = p0.add(debug_key);
