@@ -44,6 +44,9 @@ packages=(
     # init script under BusyBox, systemd-analyze, groff for the manual pages,
     # redis-cli
     build-essential debhelper fakeroot lintian busybox systemd groff-base redis-tools
+    # the Debian package under a real systemd (ctest -L nspawn): a bookworm
+    # root made once, booted in a container
+    debootstrap systemd-container
 )
 
 missing=()
