@@ -19,6 +19,7 @@ struct tool_context {
     std::string command; // as typed, for messages
     std::vector<std::string> args;
     server_address address;
+    conn_settings::credentials who; // AUTH sent when it has a password
 };
 
 // "vvlanctl: <command>: <why>" on standard error; returns status.

@@ -6,20 +6,32 @@ namespace {
 // A server that accepts but never answers must not hang the tool.
 constexpr std::chrono::milliseconds CONNECT_TIMEOUT{3000};
 constexpr std::chrono::milliseconds IO_TIMEOUT{10000};
+// What to fix when the server refuses who we are.
+constexpr std::string_view AUTH_SETTINGS =
+    "--user and --pass (or -a, REDISCLI_AUTH, TUKREDIS_USER and TUKREDIS_PASSWORD_FILE)";
 
 } // namespace
 
-std::unique_ptr<connection> connection::open(const server_address &address, std::string *why) {
+std::unique_ptr<connection> connection::open(const server_address &address,
+                                             const conn_settings::credentials &who,
+                                             std::string *why) {
     redisContext *ctx = conn_settings::connect_blocking(address, CONNECT_TIMEOUT, IO_TIMEOUT, *why);
     if (ctx == nullptr) {
         return nullptr;
     }
     std::unique_ptr<connection> c(new connection(ctx));
+    // Before anything else: a server that wants a password refuses the rest.
+    if (!conn_settings::authenticate_blocking(ctx, who, AUTH_SETTINGS, *why)) {
+        return nullptr;
+    }
     // A server that is there but not usable (loading, protected) is no
     // better than none.
     const reply_ptr pong = c->command({"PING"});
     if (!pong) {
-        *why = c->error();
+        const std::string_view error = c->error();
+        const std::string refusal =
+            conn_settings::auth_refusal(error.substr(error.find(' ') + 1), who, AUTH_SETTINGS);
+        *why = refusal.empty() ? c->error() : refusal;
         return nullptr;
     }
     return c;

@@ -26,7 +26,9 @@ using reply_ptr = std::unique_ptr<redisReply, reply_deleter>;
 // exits with the "cannot connect" status.
 class connection {
   public:
-    static std::unique_ptr<connection> open(const server_address &address, std::string *why);
+    // Connected, authenticated as who when who has a password, and answering.
+    static std::unique_ptr<connection>
+    open(const server_address &address, const conn_settings::credentials &who, std::string *why);
     ~connection();
     connection(const connection &) = delete;
     connection &operator=(const connection &) = delete;

@@ -4,7 +4,7 @@
 #include <cstring>
 
 const char *const TOOL_HELP =
-    R"(usage: vvlanctl [-s PATH | -h HOST [-p PORT]] COMMAND [ARGUMENTS]
+    R"(usage: vvlanctl [-s PATH | -h HOST [-p PORT] | -u URL] [--user NAME] COMMAND [ARGUMENTS]
        vvlanctl --help | --version | COMMAND --help
 
 See, check and drive the voice VLAN of dov_vvlan through the switch's
@@ -14,9 +14,17 @@ database 0 the applied copies, the learned addresses and the messages.
 Connection (first that applies):
   -s, --socket PATH   Unix socket of the redis-server
   -h, --host HOST     TCP host      -p, --port PORT   TCP port
+  -u, --url URL       redis://[USER[:PASSWORD]@]HOST[:PORT] or
+                      unix://[USER[:PASSWORD]@]/PATH
   TUKREDIS_SOCKET, then TUKREDIS_HOST and TUKREDIS_PORT, as the bus library
   reads them; else 127.0.0.1:6379. Ports are converted between phyid and
   ifx by the device manager (LIBSDM_PORT_MAP on a PC).
+
+Authentication (AUTH before anything else; last that applies):
+  TUKREDIS_USER, and TUKREDIS_PASSWORD_FILE (readable by its owner alone) or
+  TUKREDIS_PASSWORD, as the bus library reads them; REDISCLI_AUTH (a
+  password); --user NAME; -a, --pass PASSWORD (visible to every user in the
+  process list: prefer REDISCLI_AUTH or a password file).
 
 Commands:
   show [--json]            the voice VLAN as configured and as applied, and

@@ -2,6 +2,7 @@
 // vvlanctl: see, check and drive the voice VLAN from a shell.
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "commands.h"
@@ -60,7 +61,7 @@ int fail(const tool_context &t, int status, const std::string &why) {
 
 std::unique_ptr<connection> connect_or_report(const tool_context &t) {
     std::string why;
-    auto c = connection::open(t.address, &why);
+    auto c = connection::open(t.address, t.who, &why);
     if (!c) {
         fail(t, EXIT_CONNECT, "cannot connect to " + t.address.describe() + ": " + why);
     }
@@ -77,6 +78,9 @@ int main(int argc, char **argv) {
     std::string socket_opt;
     std::string host_opt;
     std::string port_opt;
+    std::string user_opt;
+    std::string pass_opt;
+    std::string url_opt;
     int i = 1;
     for (; i < argc && argv[i][0] == '-'; ++i) {
         const std::string arg = argv[i];
@@ -93,7 +97,10 @@ int main(int argc, char **argv) {
         }
         if (option_value(argc, argv, &i, "-s", "--socket", &socket_opt, &why) ||
             option_value(argc, argv, &i, "-h", "--host", &host_opt, &why) ||
-            option_value(argc, argv, &i, "-p", "--port", &port_opt, &why)) {
+            option_value(argc, argv, &i, "-p", "--port", &port_opt, &why) ||
+            option_value(argc, argv, &i, "-u", "--url", &url_opt, &why) ||
+            option_value(argc, argv, &i, "--user", "--user", &user_opt, &why) ||
+            option_value(argc, argv, &i, "-a", "--pass", &pass_opt, &why)) {
             continue;
         }
         return usage(why.empty() ? "unknown option \"" + arg + "\"" : why);
@@ -103,6 +110,22 @@ int main(int argc, char **argv) {
     }
     if (!socket_opt.empty() && (!host_opt.empty() || !port_opt.empty())) {
         return usage("--socket and --host/--port exclude each other");
+    }
+    conn_settings::url_parts url;
+    if (!url_opt.empty()) {
+        std::string why;
+        if (!socket_opt.empty() || !host_opt.empty() || !port_opt.empty()) {
+            return usage("--url and --socket/--host/--port exclude each other");
+        }
+        if (!conn_settings::parse_url(url_opt, url, why)) {
+            return usage(why);
+        }
+    }
+    if (!pass_opt.empty() || !url.who.password.empty()) {
+        // As redis-cli says: every user can read a command line.
+        std::fputs("Warning: Using a password with '-a', '--pass' or '--url' on the command line "
+                   "may not be safe; REDISCLI_AUTH or a password file is.\n",
+                   stderr);
     }
     tool_context t;
     t.command = argv[i];
@@ -125,8 +148,27 @@ int main(int argc, char **argv) {
         }
     }
     std::string why;
-    if (!conn_settings::resolve({socket_opt, host_opt, port_opt}, t.address, why)) {
+    const conn_settings::address_options where =
+        url_opt.empty() ? conn_settings::address_options{socket_opt, host_opt, port_opt}
+                        : url.where;
+    if (!conn_settings::resolve(where, t.address, why)) {
         return fail(t, EXIT_USAGE, why);
+    }
+    // Who we are: the bus library's settings, then redis-cli's REDISCLI_AUTH,
+    // then the command line.
+    if (!conn_settings::credentials_from_environment(t.who, why)) {
+        return fail(t, EXIT_USAGE, why);
+    }
+    if (const char *auth = std::getenv("REDISCLI_AUTH"); auth != nullptr && auth[0] != '\0') {
+        t.who.password = auth;
+    }
+    for (const conn_settings::credentials &given : {url.who, {user_opt, pass_opt}}) {
+        if (!given.user.empty()) {
+            t.who.user = given.user;
+        }
+        if (!given.password.empty()) {
+            t.who.password = given.password;
+        }
     }
     return found->run(t);
 }

@@ -15,7 +15,7 @@ namespace {
 // hiredis connects asynchronously; completion shows as writability, and the
 // outcome is in SO_ERROR.
 bool wait_connected(redisContext *context, std::chrono::milliseconds timeout, std::string &why) {
-    const Deadline deadline(timeout);
+    const io_deadline deadline(timeout);
     if (!wait_ready(context->fd, POLLOUT, deadline, why)) {
         why = "connect: " + why;
         return false;
@@ -34,12 +34,12 @@ bool wait_connected(redisContext *context, std::chrono::milliseconds timeout, st
 
 } // namespace
 
-ContextPtr open_connection(const server_address &address, std::chrono::milliseconds timeout,
-                           std::string &why) {
+context_ptr open_connection(const server_address &address, std::chrono::milliseconds timeout,
+                            std::string &why) {
     ignore_default_sigpipe();
     const bool tcp = address.socket_path.empty();
-    ContextPtr context(tcp ? redisConnectNonBlock(address.host.c_str(), address.port)
-                           : redisConnectUnixNonBlock(address.socket_path.c_str()));
+    context_ptr context(tcp ? redisConnectNonBlock(address.host.c_str(), address.port)
+                            : redisConnectUnixNonBlock(address.socket_path.c_str()));
     if (!context) {
         why = "out of memory";
         return nullptr;
@@ -72,13 +72,46 @@ void ignore_default_sigpipe() noexcept {
     }
 }
 
-ContextPtr open_bus_connection(const server_address &address, std::chrono::milliseconds timeout,
-                               std::string &why) {
-    ContextPtr context = open_connection(address, timeout, why);
+bool authenticate(redisContext *context, const conn_settings::credentials &who,
+                  const io_deadline &deadline, std::string &why) {
+    if (who.password.empty()) {
+        return true;
+    }
+    const std::vector<std::string> argv = conn_settings::auth_command(who);
+    const reply_ptr reply =
+        round_trip(context, std::vector<std::string_view>(argv.begin(), argv.end()), deadline, why);
+    if (!reply) {
+        return false;
+    }
+    if (reply->type == REDIS_REPLY_ERROR) {
+        const std::string text(reply_text(reply.get()));
+        why = conn_settings::auth_refusal(text, who, AUTH_SETTINGS);
+        if (why.empty()) {
+            why = "AUTH: " + text;
+        }
+        return false;
+    }
+    return true;
+}
+
+// Who we are is read with where the server is, at every connect, so that a
+// changed password file is taken on the next connection.
+context_ptr open_bus_connection(const server_address &address, std::chrono::milliseconds timeout,
+                                std::string &why) {
+    conn_settings::credentials who;
+    if (!conn_settings::credentials_from_environment(who, why)) {
+        return nullptr;
+    }
+    context_ptr context = open_connection(address, timeout, why);
     if (!context) {
         return nullptr;
     }
-    if (!ensure_notify_flags(context.get(), Deadline(timeout), why)) {
+    // AUTH before anything else, on every connection, the subscription's
+    // included.
+    if (!authenticate(context.get(), who, io_deadline(timeout), why)) {
+        return nullptr;
+    }
+    if (!ensure_notify_flags(context.get(), io_deadline(timeout), why)) {
         return nullptr;
     }
     return context;

@@ -11,22 +11,22 @@ namespace {
 
 // K: keyspace channel; g: del, expire, rename; $: set; x: expired;
 // e: evicted.
-constexpr std::string_view kNeeded = "Kg$xe";
+constexpr std::string_view NEEDED = "Kg$xe";
 // What the server's 'A' alias covers among the class flags.
-constexpr std::string_view kAllClasses = "g$lshzxet";
+constexpr std::string_view ALL_CLASSES = "g$lshzxet";
 
 bool has_flag(std::string_view current, char flag) {
     if (current.find(flag) != std::string_view::npos) {
         return true;
     }
     return current.find('A') != std::string_view::npos &&
-           kAllClasses.find(flag) != std::string_view::npos;
+           ALL_CLASSES.find(flag) != std::string_view::npos;
 }
 
 // A server that refuses CONFIG refuses it on every connection; once a minute
 // is enough to say so.
-RateLimit &refusal_reports() {
-    static RateLimit *const limit = new RateLimit(std::chrono::seconds(60));
+rate_limit &refusal_reports() {
+    static rate_limit *const limit = new rate_limit(std::chrono::seconds(60));
     return *limit;
 }
 
@@ -34,7 +34,7 @@ RateLimit &refusal_reports() {
 
 std::string missing_notify_flags(std::string_view current) {
     std::string missing;
-    for (const char flag : kNeeded) {
+    for (const char flag : NEEDED) {
         if (!has_flag(current, flag)) {
             missing.push_back(flag);
         }
@@ -42,15 +42,21 @@ std::string missing_notify_flags(std::string_view current) {
     return missing;
 }
 
-bool ensure_notify_flags(redisContext *context, const Deadline &deadline, std::string &why) {
-    static constexpr std::string_view kParameter = "notify-keyspace-events";
-    const ReplyPtr current = round_trip(context, {"CONFIG", "GET", kParameter}, deadline, why);
+bool ensure_notify_flags(redisContext *context, const io_deadline &deadline, std::string &why) {
+    static constexpr std::string_view PARAMETER = "notify-keyspace-events";
+    const reply_ptr current = round_trip(context, {"CONFIG", "GET", PARAMETER}, deadline, why);
     if (!current) {
         return false;
     }
     if (current->type != REDIS_REPLY_ARRAY || current->elements != 2 ||
         current->element[1]->type != REDIS_REPLY_STRING) {
         const std::string text(reply_text(current.get()));
+        // A server that wants a password refuses everything else too: the
+        // connection is of no use, and the reason is the one to report.
+        if (text.starts_with("NOAUTH")) {
+            why = conn_settings::auth_refusal(text, {}, AUTH_SETTINGS);
+            return false;
+        }
         report_limited(refusal_reports(),
                        "cannot read notify-keyspace-events%s%s; keyspace events may be missing",
                        text.empty() ? "" : ": ", text.c_str());
@@ -64,7 +70,7 @@ bool ensure_notify_flags(redisContext *context, const Deadline &deadline, std::s
     // Appending keeps whatever the server had, 'A' included, whose meaning
     // depends on the server's version.
     const std::string wanted = flags + missing;
-    const ReplyPtr set = round_trip(context, {"CONFIG", "SET", kParameter, wanted}, deadline, why);
+    const reply_ptr set = round_trip(context, {"CONFIG", "SET", PARAMETER, wanted}, deadline, why);
     if (!set) {
         return false;
     }

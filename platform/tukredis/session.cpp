@@ -13,13 +13,15 @@
 namespace tukredis {
 namespace {
 
-constexpr std::chrono::milliseconds kConnectTimeout{2000};
+constexpr std::chrono::milliseconds CONNECT_TIMEOUT{2000};
 
 // The daemon's loop calls tukredis_db_connect again as soon as a session ends.
 // A session shorter than this (a server that accepts and then drops us, a
 // refused subscription) therefore keeps the back-off running across calls
 // instead of starting over, which would make the loop spin.
-constexpr std::chrono::milliseconds kShortSession{1000};
+constexpr std::chrono::milliseconds SHORT_SESSION{1000};
+// How often a retry run that goes on says so again.
+constexpr std::chrono::seconds STILL_FAILING_REPORT{60};
 
 bool valid_row(const tukredis_sub_row &row) {
     return row.handler != nullptr &&
@@ -33,7 +35,7 @@ bool try_connect(std::string &where, std::string &why) {
         return false;
     }
     where = address.describe();
-    ContextPtr subscription = open_bus_connection(address, kConnectTimeout, why);
+    context_ptr subscription = open_bus_connection(address, CONNECT_TIMEOUT, why);
     if (!subscription) {
         return false;
     }
@@ -49,13 +51,13 @@ bool try_connect(std::string &where, std::string &why) {
 
 } // namespace
 
-Session &session() {
-    static Session *const instance = new Session;
+session_state &session() {
+    static session_state *const instance = new session_state;
     return *instance;
 }
 
 void close_subscription() {
-    Session &s = session();
+    session_state &s = session();
     s.subscription.reset();
     s.subscribed = false;
     s.early.clear();
@@ -69,8 +71,8 @@ void lose_subscription(const std::string &why) {
 }
 
 void session_reset() {
-    Session &s = session();
-    s = Session{};
+    session_state &s = session();
+    s = session_state{};
 }
 
 } // namespace tukredis
@@ -95,7 +97,7 @@ int32_t tukredis_init(const tukredis_sub_row *table, int32_t rows, tukredis_resy
                 return -1;
             }
         }
-        Session &s = session();
+        session_state &s = session();
         s.table = table;
         s.rows = rows;
         s.resync = resync;
@@ -105,15 +107,16 @@ int32_t tukredis_init(const tukredis_sub_row *table, int32_t rows, tukredis_resy
 
 int32_t tukredis_db_connect(void) {
     return c_entry<int32_t>(-1, []() -> int32_t {
-        Session &s = session();
+        session_state &s = session();
         close_subscription();
         command_connection().drop();
 
-        if (s.connected_before && Clock::now() - s.last_connected < kShortSession) {
+        if (s.connected_before && steady_clock::now() - s.last_connected < SHORT_SESSION) {
             std::this_thread::sleep_for(s.backoff.next());
         } else {
             s.backoff.reset();
         }
+        steady_clock::time_point reported{};
         for (unsigned attempt = 1;; ++attempt) {
             count(stats().connect_attempts);
             std::string where;
@@ -128,13 +131,20 @@ int32_t tukredis_db_connect(void) {
                     count(stats().reconnections);
                 }
                 s.connected_before = true;
-                s.last_connected = Clock::now();
+                s.last_connected = steady_clock::now();
                 return 0;
             }
-            // One line per retry run, not per attempt: the server may stay
-            // down for a long time.
+            // One line when a retry run starts, then at most one a minute
+            // while it lasts: the server may stay down, or refuse our
+            // password, for a long time.
+            const steady_clock::time_point now = steady_clock::now();
             if (attempt == 1) {
                 report("cannot connect to %s: %s; retrying", where.c_str(), why.c_str());
+                reported = now;
+            } else if (now - reported >= STILL_FAILING_REPORT) {
+                report("still cannot connect to %s after %u attempts: %s", where.c_str(), attempt,
+                       why.c_str());
+                reported = now;
             }
             close_subscription();
             command_connection().drop();
