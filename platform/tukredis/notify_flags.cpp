@@ -57,9 +57,12 @@ bool ensure_notify_flags(redisContext *context, const io_deadline &deadline, std
             why = conn_settings::auth_refusal(text, {}, AUTH_SETTINGS);
             return false;
         }
+        // A user without CONFIG (the shipped ACL has none) takes the flags
+        // from the server's configuration: say which ones it must have.
         report_limited(refusal_reports(),
-                       "cannot read notify-keyspace-events%s%s; keyspace events may be missing",
-                       text.empty() ? "" : ": ", text.c_str());
+                       "cannot read notify-keyspace-events%s%s; keyspace events may be missing: "
+                       "the server's notify-keyspace-events must include \"%s\"",
+                       text.empty() ? "" : ": ", text.c_str(), std::string(NEEDED).c_str());
         return true;
     }
     const std::string flags(reply_text(current->element[1]));
