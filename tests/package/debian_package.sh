@@ -26,6 +26,11 @@ arch=$(dpkg --print-architecture)
 deb=$SCRATCH/dov-vvlan_${version}_$arch.deb
 [[ -f $deb ]] || fail "no $deb"
 echo "built $(basename "$deb")"
+# The nspawn test boots this same package rather than building it again.
+if [[ -n ${DOV_VVLAN_DEB_OUT:-} ]]; then
+    rm -f "$DOV_VVLAN_DEB_OUT"
+    cp "$deb" "$DOV_VVLAN_DEB_OUT"
+fi
 
 tags=$(lintian --pedantic --display-info --display-experimental \
     "$SCRATCH/dov-vvlan_${version}_$arch.changes" 2>/dev/null) || fail "lintian failed to run"

@@ -45,8 +45,9 @@ if [[ ! -x $base/lib/systemd/systemd ]]; then
 fi
 flock -u "$lockfd"
 
-# The package, as debian_package.sh builds it.
-if [[ -n ${DOV_VVLAN_NSPAWN_DEB:-} ]]; then
+# The package, as debian_package.sh builds it: the one that test left, when
+# it ran first (as in tools/test-all), else built here.
+if [[ -n ${DOV_VVLAN_NSPAWN_DEB:-} && -f ${DOV_VVLAN_NSPAWN_DEB:-} ]]; then
     deb=$DOV_VVLAN_NSPAWN_DEB
 else
     src=$SCRATCH/src
