@@ -71,25 +71,25 @@ void learn_and_age(benchmark::State &state, int ouis, uint32_t level) {
     dov_vvlan_set_dbg(0);
 }
 
-void BM_LearningOnAJoinedPort(benchmark::State &state) {
+void bm_learning_on_a_joined_port(benchmark::State &state) {
     learn_and_age(state, 1, 0);
 }
-BENCHMARK(BM_LearningOnAJoinedPort);
+BENCHMARK(bm_learning_on_a_joined_port);
 
 // The matching OUI in the last of 124 slots: the longest scan.
-void BM_LearningWith124Ouis(benchmark::State &state) {
+void bm_learning_with_124_ouis(benchmark::State &state) {
     learn_and_age(state, 124, 0);
 }
-BENCHMARK(BM_LearningWith124Ouis);
+BENCHMARK(bm_learning_with_124_ouis);
 
 // The same with every trace line formatted (level 32, into /dev/null).
-void BM_LearningTracesOn(benchmark::State &state) {
+void bm_learning_traces_on(benchmark::State &state) {
     learn_and_age(state, 1, DBG_ALL);
 }
-BENCHMARK(BM_LearningTracesOn);
+BENCHMARK(bm_learning_traces_on);
 
 // Most learnings on a switch are in other VLANs: dropped at the first check.
-void BM_LearningInAnotherVlan(benchmark::State &state) {
+void bm_learning_in_another_vlan(benchmark::State &state) {
     voice_vlan(1);
     message na(0, "/bri/mac/macTblDyn_vvlan/200/6/00e0bb123456", TUKREDIS_CMD_NEW_ADDR);
     for (auto _ : state) {
@@ -97,10 +97,10 @@ void BM_LearningInAnotherVlan(benchmark::State &state) {
     }
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(BM_LearningInAnotherVlan);
+BENCHMARK(bm_learning_in_another_vlan);
 
 // A trace the level filters out: one load and a compare.
-void BM_FilteredTrace(benchmark::State &state) {
+void bm_filtered_trace(benchmark::State &state) {
     dov_vvlan_set_dbg(0);
     int value = 0;
     for (auto _ : state) {
@@ -108,10 +108,10 @@ void BM_FilteredTrace(benchmark::State &state) {
         benchmark::DoNotOptimize(++value);
     }
 }
-BENCHMARK(BM_FilteredTrace);
+BENCHMARK(bm_filtered_trace);
 
 // A join: the first voice learning on a port writes two keys.
-void BM_Join(benchmark::State &state) {
+void bm_join(benchmark::State &state) {
     voice_vlan(1);
     message na(0, "/bri/mac/macTblDyn_vvlan/100/6/00e0bb123456", TUKREDIS_CMD_NEW_ADDR);
     const long before = fake::commands_issued();
@@ -126,11 +126,11 @@ void BM_Join(benchmark::State &state) {
     state.counters["writes/join"] =
         static_cast<double>(writes) / static_cast<double>(state.iterations());
 }
-BENCHMARK(BM_Join);
+BENCHMARK(bm_join);
 
 // Re-writing an OUI of a full table: the slot scan, the echo and the
 // MAC-VLAN walk.
-void BM_OuiRewriteInAFullTable(benchmark::State &state) {
+void bm_oui_rewrite_in_a_full_table(benchmark::State &state) {
     voice_vlan(124);
     const auto value = oui_oper_codec::encode(vvlan_oui_oper{OUI_A, MASK_24, 1, {}});
     message set(1, oui_oper_key(OUI_A, MASK_24).c_str(), TUKREDIS_CMD_SET,
@@ -139,10 +139,10 @@ void BM_OuiRewriteInAFullTable(benchmark::State &state) {
         benchmark::DoNotOptimize(get_oui_oper_pmsg_f(&set.pmsg));
     }
 }
-BENCHMARK(BM_OuiRewriteInAFullTable);
+BENCHMARK(bm_oui_rewrite_in_a_full_table);
 
 // A MAC-VLAN entry set and deleted: its 6-byte copy allocated and freed.
-void BM_MacVlanEntrySetAndDelete(benchmark::State &state) {
+void bm_mac_vlan_entry_set_and_delete(benchmark::State &state) {
     voice_vlan(1);
     const auto value =
         mac_vlan_codec::encode(mac_vlan_value{0, 0, 0, OUI_A, MASK_24, 100, 0, 0, 0});
@@ -155,7 +155,7 @@ void BM_MacVlanEntrySetAndDelete(benchmark::State &state) {
     }
     state.SetItemsProcessed(2 * state.iterations());
 }
-BENCHMARK(BM_MacVlanEntrySetAndDelete);
+BENCHMARK(bm_mac_vlan_entry_set_and_delete);
 
 void print_static_memory() {
     struct table {

@@ -85,20 +85,20 @@ void trace_lines(benchmark::State &state, int mode, uint32_t level) {
         static_cast<double>(bytes) / static_cast<double>(state.iterations());
 }
 
-void BM_TraceLineFullyBuffered(benchmark::State &state) {
+void bm_trace_line_fully_buffered(benchmark::State &state) {
     trace_lines(state, _IOFBF, DBG_ALL);
 }
-BENCHMARK(BM_TraceLineFullyBuffered);
+BENCHMARK(bm_trace_line_fully_buffered);
 
-void BM_TraceLineLineBuffered(benchmark::State &state) {
+void bm_trace_line_line_buffered(benchmark::State &state) {
     trace_lines(state, _IOLBF, DBG_ALL);
 }
-BENCHMARK(BM_TraceLineLineBuffered);
+BENCHMARK(bm_trace_line_line_buffered);
 
-void BM_FilteredTraceLineBuffered(benchmark::State &state) {
+void bm_filtered_trace_line_buffered(benchmark::State &state) {
     trace_lines(state, _IOLBF, 0);
 }
-BENCHMARK(BM_FilteredTraceLineBuffered);
+BENCHMARK(bm_filtered_trace_line_buffered);
 
 } // namespace
 

@@ -63,8 +63,8 @@ double cpu_seconds(pid_t pid) {
 }
 
 struct bench {
-    testsupport::RedisServer server;
-    std::unique_ptr<testsupport::RedisClient> client;
+    testsupport::redis_server server;
+    std::unique_ptr<testsupport::redis_client> client;
     std::unique_ptr<integration::daemon_process> daemon;
     int marker = 0;
 
@@ -125,7 +125,7 @@ int main(int argc, char **argv) {
 
     bench b;
     b.server.start();
-    b.client = std::make_unique<testsupport::RedisClient>(b.server.socket_path());
+    b.client = std::make_unique<testsupport::redis_client>(b.server.socket_path());
     // A full configuration: 124 OUIs, 53 automatic ports, 128 MAC-VLAN entries.
     for (int i = 0; i < 124; ++i) {
         const testcommon::mac6 mac{0x02, static_cast<uint8_t>(i), 0, 0, 0, 0};

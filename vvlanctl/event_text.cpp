@@ -11,20 +11,20 @@
 
 namespace {
 
-enum class change { written, removed, marked, other };
+enum class change { WRITTEN, REMOVED, MARKED, OTHER };
 
 // As the bus library maps the events to the daemon's codes.
 change change_of(std::string_view event) {
     if (event == "set" || event == "rename_to") {
-        return change::written;
+        return change::WRITTEN;
     }
     if (event == "del" || event == "rename_from" || event == "evicted" || event == "expired") {
-        return change::removed;
+        return change::REMOVED;
     }
     if (event == "expire") {
-        return change::marked;
+        return change::MARKED;
     }
-    return change::other;
+    return change::OTHER;
 }
 
 std::string hex12(const mac_addr &m) {
@@ -66,12 +66,12 @@ std::string voice_of(const event_context &ctx, const mac_addr &mac) {
 
 std::string learning_line(event_context &ctx, change c, std::string_view key) {
     if (const auto l = parse_mac_learning_key(key)) {
-        return std::string(c == change::written ? "learn" : "age") + " vlan " +
+        return std::string(c == change::WRITTEN ? "learn" : "age") + " vlan " +
                std::to_string(l->vlan) + " " + port_of_phyid(l->phyid) + " " +
                mac_colon(l->mac).data() + " " + voice_of(ctx, l->mac);
     }
     if (const auto ifx = parse_join_request_key(key)) {
-        return std::string(c == change::written ? "join request port "
+        return std::string(c == change::WRITTEN ? "join request port "
                                                 : "join request withdrawn port ") +
                std::to_string(*ifx);
     }
@@ -83,7 +83,7 @@ std::string port_oper_line(int db, change c, std::string_view key) {
     if (!p) {
         return "";
     }
-    const bool w = c == change::written;
+    const bool w = c == change::WRITTEN;
     const std::string port = "port " + std::to_string(p->ifx);
     if (p->mode == static_cast<int32_t>(PORT_MODE_JOINED) && db == DB_STATE) {
         return (w ? "join " : "leave ") + port;
@@ -104,7 +104,7 @@ std::string oui_line(event_context &ctx, int db, change c, std::string_view key)
         return "";
     }
     const std::string text = hex12(o->mac) + "/" + hex12(o->mask);
-    const bool w = c == change::written;
+    const bool w = c == change::WRITTEN;
     if (db == DB_CONFIG) {
         return (w ? "add oui " : "del oui ") + text;
     }
@@ -121,7 +121,7 @@ std::string oui_line(event_context &ctx, int db, change c, std::string_view key)
 }
 
 std::string config_line(event_context &ctx, key_family f, change c, std::string_view key) {
-    const bool w = c == change::written;
+    const bool w = c == change::WRITTEN;
     switch (f) {
     case key_family::vid:
         if (const auto v = parse_vid_key(key)) {
@@ -154,7 +154,7 @@ std::string config_line(event_context &ctx, key_family f, change c, std::string_
 }
 
 std::string state_line(event_context &ctx, key_family f, change c, std::string_view key) {
-    const bool w = c == change::written;
+    const bool w = c == change::WRITTEN;
     switch (f) {
     case key_family::vid:
         if (const auto v = parse_vid_key(key)) {
@@ -212,11 +212,11 @@ std::string state_line(event_context &ctx, key_family f, change c, std::string_v
 std::string event_line(event_context &ctx, int db, std::string_view event, std::string_view key) {
     const change c = change_of(event);
     const std::string where = "db" + std::to_string(db) + " " + std::string(key);
-    if (c == change::marked) {
+    if (c == change::MARKED) {
         // The re-synchronisation marks what it may sweep with a time to live.
         return "marked " + where;
     }
-    if (c == change::other) {
+    if (c == change::OTHER) {
         return std::string(event) + " " + where;
     }
     const auto f = family_of_key(key);
@@ -231,7 +231,7 @@ std::string event_line(event_context &ctx, int db, std::string_view event, std::
         line = db == DB_CONFIG ? config_line(ctx, *f, c, key) : state_line(ctx, *f, c, key);
     }
     if (line.empty()) {
-        return std::string(c == change::written ? "set " : "del ") + where;
+        return std::string(c == change::WRITTEN ? "set " : "del ") + where;
     }
     return line;
 }

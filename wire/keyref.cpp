@@ -37,27 +37,27 @@ void print_codec(const char *summary) {
 
 const char *layout_name(value_layout l) {
     switch (l) {
-    case value_layout::none:
+    case value_layout::NONE:
         return "not read";
-    case value_layout::decimal:
+    case value_layout::DECIMAL:
         return "decimal text";
-    case value_layout::port_oper:
+    case value_layout::PORT_OPER:
         return port_oper_codec::name;
-    case value_layout::oui_oper:
+    case value_layout::OUI_OPER:
         return oui_oper_codec::name;
-    case value_layout::oui_echo:
+    case value_layout::OUI_ECHO:
         return oui_echo_codec::name;
-    case value_layout::mac_vlan:
+    case value_layout::MAC_VLAN:
         return mac_vlan_codec::name;
-    case value_layout::cos_dscp:
+    case value_layout::COS_DSCP:
         return cos_dscp_codec::name;
-    case value_layout::cos_dscp_echo:
+    case value_layout::COS_DSCP_ECHO:
         return cos_dscp_echo_codec::name;
-    case value_layout::aging_time:
+    case value_layout::AGING_TIME:
         return aging_time_codec::name;
-    case value_layout::join_request:
+    case value_layout::JOIN_REQUEST:
         return join_request_codec::name;
-    case value_layout::pre_entry_idx:
+    case value_layout::PRE_ENTRY_IDX:
         return pre_entry_idx_codec::name;
     }
     return "?";

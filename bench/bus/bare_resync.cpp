@@ -10,14 +10,14 @@
 namespace busbench {
 namespace {
 
-const std::vector<std::string> kMarked = {"/bridge/vvlan/cos_dscp/*",  "/bridge/vvlan/secu_mode/*",
-                                          "/bridge/vvlan/age_timer/*", "/bridge/vvlan/vid/*",
-                                          "/bridge/vvlan/port_oper/*", "/bridge/vvlan/oui_oper/*"};
-const std::vector<std::string> kReread = {"/bridge/vvlan/cos_dscp/*",  "/bridge/vvlan/secu_mode/*",
-                                          "/bridge/vvlan/age_timer/*", "/bridge/vvlan/vid/*",
-                                          "/bridge/vvlan/port_oper/*", "/bridge/vvlan/oui_oper/*",
-                                          "/bridge/mac_vlan/table/*",  "/bridge/vvlan/data/end"};
-constexpr const char *kDeleteIfExpiring =
+const std::vector<std::string> MARKED = {"/bridge/vvlan/cos_dscp/*",  "/bridge/vvlan/secu_mode/*",
+                                         "/bridge/vvlan/age_timer/*", "/bridge/vvlan/vid/*",
+                                         "/bridge/vvlan/port_oper/*", "/bridge/vvlan/oui_oper/*"};
+const std::vector<std::string> REREAD = {"/bridge/vvlan/cos_dscp/*",  "/bridge/vvlan/secu_mode/*",
+                                         "/bridge/vvlan/age_timer/*", "/bridge/vvlan/vid/*",
+                                         "/bridge/vvlan/port_oper/*", "/bridge/vvlan/oui_oper/*",
+                                         "/bridge/mac_vlan/table/*",  "/bridge/vvlan/data/end"};
+constexpr const char *DELETE_IF_EXPIRING =
     "if redis.call('PTTL', KEYS[1]) >= 0 then return redis.call('DEL', KEYS[1]) end return 0";
 
 // The daemon publishes a MAC-VLAN entry's voice-OUI mark under a name of its
@@ -59,9 +59,9 @@ redisReply *next(redisContext *context) {
     return static_cast<redisReply *>(reply);
 }
 
-class Client {
+class bare_client {
   public:
-    Client(redisContext *context, bool pipelined, int scan_count)
+    bare_client(redisContext *context, bool pipelined, int scan_count)
         : context_(context), pipelined_(pipelined), count_(std::to_string(scan_count)) {}
 
     void select(int db) { freeReplyObject(command(context_, {"SELECT", std::to_string(db)})); }
@@ -104,7 +104,7 @@ class Client {
 
     void run() {
         select(0);
-        for (const std::string &pattern : kMarked) {
+        for (const std::string &pattern : MARKED) {
             walk(pattern, [&](const std::vector<std::string> &keys) {
                 for (redisReply *r : per_key(keys, [](const std::string &key) {
                          return std::vector<std::string>{"PEXPIRE", key, "3600000"};
@@ -113,7 +113,7 @@ class Client {
                 }
             });
         }
-        for (const std::string &pattern : kReread) {
+        for (const std::string &pattern : REREAD) {
             select(1);
             std::vector<std::pair<std::string, std::string>> values;
             walk(pattern, [&](const std::vector<std::string> &keys) {
@@ -140,10 +140,10 @@ class Client {
                 freeReplyObject(r);
             }
         }
-        for (const std::string &pattern : kMarked) {
+        for (const std::string &pattern : MARKED) {
             walk(pattern, [&](const std::vector<std::string> &keys) {
                 for (redisReply *r : per_key(keys, [](const std::string &key) {
-                         return std::vector<std::string>{"EVAL", kDeleteIfExpiring, "1", key};
+                         return std::vector<std::string>{"EVAL", DELETE_IF_EXPIRING, "1", key};
                      })) {
                     freeReplyObject(r);
                 }
@@ -164,8 +164,8 @@ double bare_resync(const std::string &socket_path, bool pipelined, int scan_coun
     if (context == nullptr || context->err != 0) {
         throw std::runtime_error("bare resync: cannot connect");
     }
-    const Clock::time_point start = Clock::now();
-    Client(context, pipelined, scan_count).run();
+    const steady_clock::time_point start = steady_clock::now();
+    bare_client(context, pipelined, scan_count).run();
     const double seconds = seconds_since(start);
     redisFree(context);
     return seconds;

@@ -14,19 +14,19 @@
 
 namespace busbench {
 
-using Clock = std::chrono::steady_clock;
+using steady_clock = std::chrono::steady_clock;
 
-double seconds_since(Clock::time_point start);
+double seconds_since(steady_clock::time_point start);
 
 // A plain hiredis connection to the server's socket that pipelines: commands
 // are appended, sent in large writes, and their replies read in bulk, so that
 // the load it puts on the server is limited by the server.
-class Pipeline {
+class pipeline {
   public:
-    explicit Pipeline(const std::string &socket_path);
-    ~Pipeline();
-    Pipeline(const Pipeline &) = delete;
-    Pipeline &operator=(const Pipeline &) = delete;
+    explicit pipeline(const std::string &socket_path);
+    ~pipeline();
+    pipeline(const pipeline &) = delete;
+    pipeline &operator=(const pipeline &) = delete;
 
     // Queues one command (SELECT is added when db changes).
     void add(int db, const std::vector<std::string> &argv);
@@ -54,31 +54,31 @@ std::vector<std::vector<std::string>> learning_churn(size_t count);
 std::string learned_key(int phyid, uint32_t serial);
 
 // Percentiles of samples, in the samples' unit.
-struct Distribution {
+struct percentiles {
     double p50 = 0;
     double p99 = 0;
     double max = 0;
     std::vector<double> sorted;
 };
-Distribution distribution(std::vector<double> samples);
+percentiles distribution(std::vector<double> samples);
 
 // The consumers that set the ceilings, each in a process of its own (the
 // benchmark's executable started again with --consumer).
 // relay is not a drain: it answers each learning as the daemon answers one
 // on an automatic port (the port's mode 2 key in database 0, then the join
 // request in database 1, one pipeline), with nothing else, until killed.
-enum class ConsumerKind { hiredis, raw, bus, relay };
-const char *consumer_name(ConsumerKind kind);
+enum class consumer_kind { HIREDIS, RAW, BUS, RELAY };
+const char *consumer_name(consumer_kind kind);
 
 // Runs a consumer process. In backlog mode it subscribes, reports ready and
 // reads nothing until go(); in live mode it reads from go() on. finish()
 // returns the seconds from go() to the count-th notification.
-class Consumer {
+class consumer_process {
   public:
-    Consumer(ConsumerKind kind, const std::string &socket_path, size_t count);
-    ~Consumer();
-    Consumer(const Consumer &) = delete;
-    Consumer &operator=(const Consumer &) = delete;
+    consumer_process(consumer_kind kind, const std::string &socket_path, size_t count);
+    ~consumer_process();
+    consumer_process(const consumer_process &) = delete;
+    consumer_process &operator=(const consumer_process &) = delete;
     void go();
     double finish();
 
@@ -86,25 +86,25 @@ class Consumer {
     int pid_ = -1;
     int to_child_ = -1;
     int from_child_ = -1;
-    Clock::time_point went_{};
+    steady_clock::time_point went_{};
 };
 
 // The --consumer side: returns the process's exit status.
-int consumer_main(ConsumerKind kind, const std::string &socket_path, size_t count);
+int consumer_main(consumer_kind kind, const std::string &socket_path, size_t count);
 
 // Keyspace events the benchmark waits for: the daemon's join requests in
 // database 1, its port operation echoes and the load-complete marker's copy
 // in database 0.
-class Observer {
+class keyspace_observer {
   public:
-    explicit Observer(const std::string &socket_path);
-    ~Observer();
-    Observer(const Observer &) = delete;
-    Observer &operator=(const Observer &) = delete;
+    explicit keyspace_observer(const std::string &socket_path);
+    ~keyspace_observer();
+    keyspace_observer(const keyspace_observer &) = delete;
+    keyspace_observer &operator=(const keyspace_observer &) = delete;
     // Waits for the event (e.g. "set") on key in db and sets at to when it
     // arrived; false at the deadline. Other events are passed over.
     bool wait(int db, const std::string &key, const std::string &event,
-              std::chrono::milliseconds deadline, Clock::time_point &at);
+              std::chrono::milliseconds deadline, steady_clock::time_point &at);
     // Passes over every event that has arrived so far.
     void discard();
 
@@ -122,7 +122,7 @@ double ping_round_trip_us(redisContext *context);
 double bare_resync(const std::string &socket_path, bool pipelined, int scan_count);
 
 // Results, in the order they are reported.
-struct Row {
+struct report_row {
     std::string measure;
     std::string daemon;  // the daemon's figure, as printed
     std::string ceiling; // the reference figure(s)
@@ -130,18 +130,18 @@ struct Row {
     std::string goal;    // the goal and whether it is met
 };
 
-struct Report {
+struct bench_report {
     std::string machine;
-    std::vector<Row> rows;
+    std::vector<report_row> rows;
     std::map<std::string, double> values; // everything measured, for the JSON
     std::vector<double> join_us;          // join latencies, for the plot
     std::vector<double> ping_us;          // PING round trips, for the plot
 };
 
 // The table: every measure with its ceiling, its ratio and its goal.
-void fill_report(Report &report, const std::vector<size_t> &mac_tables, bool mips);
+void fill_report(bench_report &report, const std::vector<size_t> &mac_tables, bool mips);
 
 // Writes <stem>.json, <stem>.md and, when gnuplot is there, <stem>.png.
-void write_report(const Report &report, const std::string &stem);
+void write_report(const bench_report &report, const std::string &stem);
 
 } // namespace busbench

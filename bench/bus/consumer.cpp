@@ -27,7 +27,7 @@ extern char **environ;
 namespace busbench {
 namespace {
 
-constexpr const char *kLearningChannels = "__keyspace@0__:/bri/mac/macTblDyn_vvlan/*";
+constexpr const char *LEARNING_CHANNELS = "__keyspace@0__:/bri/mac/macTblDyn_vvlan/*";
 
 void say(const char *word) {
     const size_t length = std::strlen(word);
@@ -54,7 +54,7 @@ int hiredis_consumer(const std::string &socket_path, size_t count) {
     if (context == nullptr || context->err != 0) {
         return 2;
     }
-    freeReplyObject(redisCommand(context, "PSUBSCRIBE %s", kLearningChannels));
+    freeReplyObject(redisCommand(context, "PSUBSCRIBE %s", LEARNING_CHANNELS));
     say("ready\n");
     hear();
     for (size_t seen = 0; seen < count;) {
@@ -129,7 +129,7 @@ int raw_consumer(const std::string &socket_path, size_t count) {
         return 2;
     }
     char *command = nullptr;
-    const int length = redisFormatCommand(&command, "PSUBSCRIBE %s", kLearningChannels);
+    const int length = redisFormatCommand(&command, "PSUBSCRIBE %s", LEARNING_CHANNELS);
     if (write(fd, command, static_cast<size_t>(length)) != length) {
         return 2;
     }
@@ -223,9 +223,9 @@ int relay(const std::string &socket_path) {
         command->err != 0) {
         return 2;
     }
-    freeReplyObject(redisCommand(subscription, "PSUBSCRIBE %s", kLearningChannels));
+    freeReplyObject(redisCommand(subscription, "PSUBSCRIBE %s", LEARNING_CHANNELS));
     say("ready\n");
-    constexpr std::string_view kChannelPrefix = "__keyspace@0__:";
+    constexpr std::string_view CHANNEL_PREFIX = "__keyspace@0__:";
     for (;;) {
         void *raw = nullptr;
         if (redisGetReply(subscription, &raw) != REDIS_OK) {
@@ -235,7 +235,7 @@ int relay(const std::string &socket_path) {
         if (is_pmessage(reply)) {
             const std::string_view channel(reply->element[2]->str, reply->element[2]->len);
             const std::string_view event(reply->element[3]->str, reply->element[3]->len);
-            const auto learned = parse_mac_learning_key(channel.substr(kChannelPrefix.size()));
+            const auto learned = parse_mac_learning_key(channel.substr(CHANNEL_PREFIX.size()));
             if (event == "set" && learned) {
                 const int32_t ifx = learned->phyid - 1;
                 redisAppendCommand(command, "SELECT 0");
@@ -267,35 +267,36 @@ std::string read_word(int fd) {
 
 } // namespace
 
-const char *consumer_name(ConsumerKind kind) {
+const char *consumer_name(consumer_kind kind) {
     switch (kind) {
-    case ConsumerKind::hiredis:
+    case consumer_kind::HIREDIS:
         return "hiredis";
-    case ConsumerKind::raw:
+    case consumer_kind::RAW:
         return "raw";
-    case ConsumerKind::bus:
+    case consumer_kind::BUS:
         return "bus";
-    case ConsumerKind::relay:
+    case consumer_kind::RELAY:
         return "relay";
     }
     return "?";
 }
 
-int consumer_main(ConsumerKind kind, const std::string &socket_path, size_t count) {
+int consumer_main(consumer_kind kind, const std::string &socket_path, size_t count) {
     switch (kind) {
-    case ConsumerKind::hiredis:
+    case consumer_kind::HIREDIS:
         return hiredis_consumer(socket_path, count);
-    case ConsumerKind::raw:
+    case consumer_kind::RAW:
         return raw_consumer(socket_path, count);
-    case ConsumerKind::bus:
+    case consumer_kind::BUS:
         return bus_consumer(socket_path, count);
-    case ConsumerKind::relay:
+    case consumer_kind::RELAY:
         return relay(socket_path);
     }
     return 2;
 }
 
-Consumer::Consumer(ConsumerKind kind, const std::string &socket_path, size_t count) {
+consumer_process::consumer_process(consumer_kind kind, const std::string &socket_path,
+                                   size_t count) {
     int down[2];
     int up[2];
     if (pipe(down) != 0 || pipe(up) != 0) {
@@ -324,21 +325,21 @@ Consumer::Consumer(ConsumerKind kind, const std::string &socket_path, size_t cou
     }
 }
 
-Consumer::~Consumer() {
+consumer_process::~consumer_process() {
     close(to_child_);
     close(from_child_);
     kill(pid_, SIGKILL);
     waitpid(pid_, nullptr, 0);
 }
 
-void Consumer::go() {
-    went_ = Clock::now();
+void consumer_process::go() {
+    went_ = steady_clock::now();
     if (write(to_child_, "go\n", 3) != 3) {
         throw std::runtime_error("consumer gone");
     }
 }
 
-double Consumer::finish() {
+double consumer_process::finish() {
     if (read_word(from_child_) != "done") {
         throw std::runtime_error("consumer failed");
     }

@@ -17,11 +17,11 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr const char *kMarker = "/bridge/vvlan/data/end";
+constexpr const char *MARKER = "/bridge/vvlan/data/end";
 
 } // namespace
 
-void write_full_tables(Pipeline &load) {
+void write_full_tables(pipeline &load) {
     for (int i = 0; i < 124; ++i) {
         const testcommon::mac6 mac{0x02, static_cast<uint8_t>(i), 0, 0, 0, 0};
         char key[80];
@@ -39,14 +39,14 @@ void write_full_tables(Pipeline &load) {
     }
     load.add(1, {"SET", "/bridge/vvlan/vid/100", ""});
     load.add(1, {"SET", "/bridge/vvlan/age_timer/1", testcommon::be16_bytes(1440)});
-    load.add(1, {"SET", kMarker, "1"});
+    load.add(1, {"SET", MARKER, "1"});
     if (load.finish() != 0) {
         throw std::runtime_error("setting up the tables failed");
     }
 }
 
-DaemonRun::DaemonRun(const DaemonBinary &binary, const std::string &socket_path, Observer &observer,
-                     Pipeline &load)
+daemon_run::daemon_run(const daemon_binary &binary, const std::string &socket_path,
+                       keyspace_observer &observer, pipeline &load)
     : binary_(binary), socket_path_(socket_path), observer_(observer), load_(load) {
     for (const char *dir : {"", "/var", "/var/run", "/data", "/var/tmp"}) {
         mkdir((binary_.sysroot + dir).c_str(), 0755);
@@ -54,11 +54,11 @@ DaemonRun::DaemonRun(const DaemonBinary &binary, const std::string &socket_path,
     unlink((binary_.sysroot + "/var/tmp/dov_vvlan_dbg").c_str());
 }
 
-DaemonRun::~DaemonRun() {
+daemon_run::~daemon_run() {
     stop();
 }
 
-double DaemonRun::start() {
+double daemon_run::start() {
     integration::daemon_options options;
     options.binary = binary_.path;
     options.emulator = binary_.emulator;
@@ -66,15 +66,15 @@ double DaemonRun::start() {
     options.stderr_path = binary_.sysroot + "/bench-daemon.err";
     process_ = std::make_unique<integration::daemon_process>(options);
     observer_.discard();
-    const Clock::time_point started = Clock::now();
+    const steady_clock::time_point started = steady_clock::now();
     process_->start();
-    const Clock::time_point at = wait_marker();
+    const steady_clock::time_point at = wait_marker();
     connected_ = at;
     return std::chrono::duration<double>(at - started).count();
 }
 
 // The id of the client subscribed to the daemon's eleven patterns.
-std::string daemon_subscription(Pipeline &load) {
+std::string daemon_subscription(pipeline &load) {
     redisReply *reply = load.run(0, {"CLIENT", "LIST"});
     const std::string text(reply->str, reply->len);
     freeReplyObject(reply);
@@ -91,28 +91,28 @@ std::string daemon_subscription(Pipeline &load) {
     throw std::runtime_error("the daemon's subscription is not among the clients");
 }
 
-double DaemonRun::resync_after_cut() {
+double daemon_run::resync_after_cut() {
     // The bus library reconnects at once only after a session of a second
     // or more; a shorter one is taken for a server that drops it and paced.
     std::this_thread::sleep_until(connected_ + std::chrono::milliseconds(1100));
     const std::string id = daemon_subscription(load_);
     observer_.discard();
-    const Clock::time_point cut = Clock::now();
+    const steady_clock::time_point cut = steady_clock::now();
     freeReplyObject(load_.run(0, {"CLIENT", "KILL", "ID", id}));
     connected_ = wait_marker();
     return std::chrono::duration<double>(connected_ - cut).count();
 }
 
-void DaemonRun::queue_marker() {
-    load_.add(1, {"SET", kMarker, std::to_string(++marker_)});
+void daemon_run::queue_marker() {
+    load_.add(1, {"SET", MARKER, std::to_string(++marker_)});
 }
 
 // Waits in slices, so that a daemon that died is noticed at once.
-Clock::time_point DaemonRun::wait_marker() {
-    Clock::time_point at;
-    const Clock::time_point until = Clock::now() + 600s;
-    while (!observer_.wait(0, kMarker, "set", 100ms, at)) {
-        if (!process_ || !process_->running() || Clock::now() > until) {
+steady_clock::time_point daemon_run::wait_marker() {
+    steady_clock::time_point at;
+    const steady_clock::time_point until = steady_clock::now() + 600s;
+    while (!observer_.wait(0, MARKER, "set", 100ms, at)) {
+        if (!process_ || !process_->running() || steady_clock::now() > until) {
             throw std::runtime_error("the daemon stopped or fell behind:\n" +
                                      (process_ ? process_->stderr_text() : std::string()));
         }
@@ -120,22 +120,22 @@ Clock::time_point DaemonRun::wait_marker() {
     return at;
 }
 
-Clock::time_point DaemonRun::barrier() {
+steady_clock::time_point daemon_run::barrier() {
     observer_.discard();
     queue_marker();
     load_.finish();
     return wait_marker();
 }
 
-void DaemonRun::pause() {
+void daemon_run::pause() {
     kill(process_->pid(), SIGSTOP);
 }
 
-void DaemonRun::resume() {
+void daemon_run::resume() {
     kill(process_->pid(), SIGCONT);
 }
 
-void DaemonRun::stop() {
+void daemon_run::stop() {
     if (process_) {
         kill(process_->pid(), SIGCONT);
         process_->terminate(10s);
@@ -143,7 +143,7 @@ void DaemonRun::stop() {
     }
 }
 
-long DaemonRun::rss_kib() const {
+long daemon_run::rss_kib() const {
     std::ifstream in("/proc/" + std::to_string(process_->pid()) + "/status");
     std::string line;
     while (std::getline(in, line)) {

@@ -11,18 +11,18 @@
 
 namespace busbench {
 
-struct DaemonBinary {
+struct daemon_binary {
     std::string label; // "PC" or "MIPS (qemu-mips)"
     std::string path;
     std::vector<std::string> emulator;
     std::string sysroot; // the prefix its fixed files were built with
 };
 
-class DaemonRun {
+class daemon_run {
   public:
-    DaemonRun(const DaemonBinary &binary, const std::string &socket_path, Observer &observer,
-              Pipeline &load);
-    ~DaemonRun();
+    daemon_run(const daemon_binary &binary, const std::string &socket_path,
+               keyspace_observer &observer, pipeline &load);
+    ~daemon_run();
 
     // Starts the daemon; seconds until its re-synchronisation has copied the
     // load-complete marker.
@@ -33,7 +33,7 @@ class DaemonRun {
     double resync_after_cut();
     // Writes a new marker value; the time when its copy appears. Everything
     // written before it has been handled by then.
-    Clock::time_point barrier();
+    steady_clock::time_point barrier();
     // SIGSTOP / SIGCONT: the daemon keeps its connections and reads nothing.
     void pause();
     void resume();
@@ -44,19 +44,19 @@ class DaemonRun {
     // The marker written last and the load's queue, for a barrier behind a
     // pipelined load: queues the marker, to be waited for with wait_marker.
     void queue_marker();
-    Clock::time_point wait_marker();
+    steady_clock::time_point wait_marker();
 
   private:
-    DaemonBinary binary_;
+    daemon_binary binary_;
     std::string socket_path_;
-    Observer &observer_;
-    Pipeline &load_;
+    keyspace_observer &observer_;
+    pipeline &load_;
     std::unique_ptr<integration::daemon_process> process_;
     int marker_ = 1000;
-    Clock::time_point connected_{};
+    steady_clock::time_point connected_{};
 };
 
 // Voice VLAN 100, 124 OUIs, 53 automatic ports, 128 MAC-VLAN entries.
-void write_full_tables(Pipeline &load);
+void write_full_tables(pipeline &load);
 
 } // namespace busbench

@@ -24,7 +24,7 @@ using namespace busbench;
 
 namespace {
 
-struct Options {
+struct bench_options {
     size_t notifications = 200000;
     // The p99 of 600 joins rests on its 6 slowest; one stall of the machine
     // moves it. 3000 put 30 samples above it.
@@ -33,13 +33,13 @@ struct Options {
     std::vector<size_t> mac_tables = {10000, 100000, 400000};
     int runs = 5;
     std::string out = "bus_bench";
-    DaemonBinary pc{"PC", DOV_VVLAN_BUS_BENCH_DAEMON, {}, DOV_VVLAN_BUS_BENCH_SYSROOT};
-    std::optional<DaemonBinary> mips;
+    daemon_binary pc{"PC", DOV_VVLAN_BUS_BENCH_DAEMON, {}, DOV_VVLAN_BUS_BENCH_SYSROOT};
+    std::optional<daemon_binary> mips;
     std::string target_libc = "/usr/mips-linux-gnu";
 };
 
-Options parse(int argc, char **argv) {
-    Options o;
+bench_options parse(int argc, char **argv) {
+    bench_options o;
     std::string target_path;
     std::string target_sysroot;
     for (int i = 1; i < argc; ++i) {
@@ -78,15 +78,15 @@ Options parse(int argc, char **argv) {
         }
     }
     if (!target_path.empty()) {
-        o.mips = DaemonBinary{"MIPS (qemu-mips)",
-                              target_path,
-                              {DOV_VVLAN_BUS_BENCH_QEMU, "-L", o.target_libc},
-                              target_sysroot};
+        o.mips = daemon_binary{"MIPS (qemu-mips)",
+                               target_path,
+                               {DOV_VVLAN_BUS_BENCH_QEMU, "-L", o.target_libc},
+                               target_sysroot};
     }
     return o;
 }
 
-std::string machine_line(Pipeline &load) {
+std::string machine_line(pipeline &load) {
     std::string cpu = "?";
     std::ifstream info("/proc/cpuinfo");
     for (std::string line; std::getline(info, line);) {
@@ -114,12 +114,12 @@ std::string machine_line(Pipeline &load) {
            " at the start";
 }
 
-int run(const Options &o);
+int run(const bench_options &o);
 
 // The joins' and their PINGs' p50 and p99 under tag.
-void record_joins(Report &r, const std::string &tag, const JoinSamples &joins) {
-    const Distribution join = distribution(joins.join_us);
-    const Distribution ping = distribution(joins.ping_us);
+void record_joins(bench_report &r, const std::string &tag, const join_samples &joins) {
+    const percentiles join = distribution(joins.join_us);
+    const percentiles ping = distribution(joins.ping_us);
     r.values[tag + "join_p50_us"] = join.p50;
     r.values[tag + "join_p99_us"] = join.p99;
     r.values[tag + "ping_p50_us"] = ping.p50;
@@ -131,10 +131,10 @@ void record_joins(Report &r, const std::string &tag, const JoinSamples &joins) {
 int main(int argc, char **argv) {
     if (argc == 5 && std::strcmp(argv[1], "--consumer") == 0) {
         const std::string kind = argv[2];
-        const ConsumerKind k = kind == "hiredis" ? ConsumerKind::hiredis
-                               : kind == "raw"   ? ConsumerKind::raw
-                               : kind == "relay" ? ConsumerKind::relay
-                                                 : ConsumerKind::bus;
+        const consumer_kind k = kind == "hiredis" ? consumer_kind::HIREDIS
+                                : kind == "raw"   ? consumer_kind::RAW
+                                : kind == "relay" ? consumer_kind::RELAY
+                                                  : consumer_kind::BUS;
         return consumer_main(k, argv[3], std::stoul(argv[4]));
     }
     try {
@@ -147,25 +147,25 @@ int main(int argc, char **argv) {
 
 namespace {
 
-int run(const Options &o) {
-    testsupport::RedisServer server;
+int run(const bench_options &o) {
+    testsupport::redis_server server;
     server.start();
     const std::string socket = server.socket_path();
-    Pipeline load(socket);
+    pipeline load(socket);
     // A paused consumer's backlog stays whole: the default pub/sub limit
     // (32 MB) would cut it off, which is the failure drain speed avoids.
     freeReplyObject(load.run(0, {"CONFIG", "SET", "client-output-buffer-limit", "pubsub 0 0 0"}));
     freeReplyObject(load.run(0, {"CONFIG", "SET", "notify-keyspace-events", "Kg$xe"}));
     write_full_tables(load);
-    Observer observer(socket);
-    Report r;
+    keyspace_observer observer(socket);
+    bench_report r;
     r.machine = machine_line(load);
     const auto churn = learning_churn(o.notifications);
     const double n = static_cast<double>(o.notifications);
     r.values["notifications"] = n;
     std::fprintf(stderr, "bus bench: %s\n", r.machine.c_str());
 
-    Pipeline pings(socket);
+    pipeline pings(socket);
     std::vector<double> bare_rt;
     for (int i = 0; i < 5; ++i) {
         bare_rt.push_back(bare_resync(socket, false, 1000));
@@ -176,8 +176,9 @@ int run(const Options &o) {
     // The ceilings are measured in the same rounds, interleaved with the
     // daemon's drains, so that a busy moment of the machine falls on both;
     // the daemon is stopped meanwhile and catches up before its own turn.
-    const auto run_daemon = [&](const DaemonBinary &binary, const std::string &tag, bool ceilings) {
-        DaemonRun daemon(binary, socket, observer, load);
+    const auto run_daemon = [&](const daemon_binary &binary, const std::string &tag,
+                                bool ceilings) {
+        daemon_run daemon(binary, socket, observer, load);
         std::vector<double> resync;
         for (int i = 0; i < std::max(o.runs, 3); ++i) {
             daemon.stop();
@@ -210,8 +211,8 @@ int run(const Options &o) {
         for (int round = 0; round < o.runs; ++round) {
             if (ceilings) {
                 daemon.pause();
-                for (const ConsumerKind kind :
-                     {ConsumerKind::hiredis, ConsumerKind::raw, ConsumerKind::bus}) {
+                for (const consumer_kind kind :
+                     {consumer_kind::HIREDIS, consumer_kind::RAW, consumer_kind::BUS}) {
                     for (const bool backlog : {true, false}) {
                         runs[std::string(consumer_name(kind)) + (backlog ? "_backlog" : "_live")]
                             .push_back(ceiling_rate(kind, socket, load, churn, backlog));
@@ -244,7 +245,7 @@ int run(const Options &o) {
                 r.values[tag + "daemon" + mode + "_to_hiredis"] = median(ratios);
             }
         }
-        const JoinSamples joins = join_latencies(load, observer, pings, o.joins);
+        const join_samples joins = join_latencies(load, observer, pings, o.joins);
         record_joins(r, tag, joins);
         if (tag.empty()) {
             r.join_us = joins.join_us;
@@ -261,7 +262,7 @@ int run(const Options &o) {
     run_daemon(o.pc, "", true);
     {
         // No daemon runs now: the relay alone answers the learnings.
-        Consumer relay(ConsumerKind::relay, socket, 0);
+        consumer_process relay(consumer_kind::RELAY, socket, 0);
         record_joins(r, "relay_", relay_latencies(load, observer, pings, o.joins));
     }
     if (o.mips) {
@@ -272,10 +273,10 @@ int run(const Options &o) {
     size_t held = 0;
     for (const size_t keys : o.mac_tables) {
         fill_mac_table(load, held, keys);
-        DaemonRun daemon(o.pc, socket, observer, load);
-        const Clock::time_point started = Clock::now();
+        daemon_run daemon(o.pc, socket, observer, load);
+        const steady_clock::time_point started = steady_clock::now();
         const double to_marker = daemon.start();
-        const Clock::time_point serving = daemon.barrier();
+        const steady_clock::time_point serving = daemon.barrier();
         const std::string tag = "mac" + std::to_string(keys) + "_";
         r.values[tag + "resync_marker_ms"] = to_marker * 1e3;
         r.values[tag + "resync_serving_ms"] =

@@ -12,7 +12,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-void queue(Pipeline &load, const std::vector<std::vector<std::string>> &commands) {
+void queue(pipeline &load, const std::vector<std::vector<std::string>> &commands) {
     for (const auto &command : commands) {
         load.add(0, command);
     }
@@ -28,9 +28,9 @@ double median(std::vector<double> values) {
     return values[values.size() / 2];
 }
 
-double ceiling_rate(ConsumerKind kind, const std::string &socket_path, Pipeline &load,
+double ceiling_rate(consumer_kind kind, const std::string &socket_path, pipeline &load,
                     const std::vector<std::vector<std::string>> &churn, bool backlog) {
-    Consumer consumer(kind, socket_path, churn.size());
+    consumer_process consumer(kind, socket_path, churn.size());
     if (backlog) {
         queue(load, churn);
         load.finish();
@@ -43,23 +43,23 @@ double ceiling_rate(ConsumerKind kind, const std::string &socket_path, Pipeline 
     return static_cast<double>(churn.size()) / consumer.finish();
 }
 
-double daemon_rate(DaemonRun &daemon, Pipeline &load,
+double daemon_rate(daemon_run &daemon, pipeline &load,
                    const std::vector<std::vector<std::string>> &churn, bool backlog) {
-    Clock::time_point start;
+    steady_clock::time_point start;
     if (backlog) {
         daemon.pause();
         queue(load, churn);
         daemon.queue_marker();
         load.finish();
-        start = Clock::now();
+        start = steady_clock::now();
         daemon.resume();
     } else {
-        start = Clock::now();
+        start = steady_clock::now();
         queue(load, churn);
         daemon.queue_marker();
         load.finish();
     }
-    const Clock::time_point done = daemon.wait_marker();
+    const steady_clock::time_point done = daemon.wait_marker();
     return static_cast<double>(churn.size()) / std::chrono::duration<double>(done - start).count();
 }
 
@@ -68,9 +68,9 @@ namespace {
 // Times count joins over ports 10 to 49; reset(ifx, learned) undoes one so
 // that the port can join again.
 template <typename Reset>
-JoinSamples timed_joins(Pipeline &load, Observer &observer, Pipeline &pings, size_t count,
-                        Reset &&reset) {
-    JoinSamples samples;
+join_samples timed_joins(pipeline &load, keyspace_observer &observer, pipeline &pings, size_t count,
+                         Reset &&reset) {
+    join_samples samples;
     samples.join_us.reserve(count);
     samples.ping_us.reserve(count);
     for (size_t j = 0; j < count; ++j) {
@@ -81,13 +81,13 @@ JoinSamples timed_joins(Pipeline &load, Observer &observer, Pipeline &pings, siz
         const uint32_t ifx = 10 + static_cast<uint32_t>(j % 40);
         const std::string learned = learned_key(static_cast<int>(ifx) + 1, 0x100000U + ifx);
         observer.discard();
-        const Clock::time_point start = Clock::now();
+        const steady_clock::time_point start = steady_clock::now();
         load.add(0, {"SET", learned, ""});
         // The writer does not wait for its reply here: on two cores, waking
         // for it would take a core from the daemon in the very moment that
         // is timed. The reply is read with the clean-up's below.
         load.send();
-        Clock::time_point joined;
+        steady_clock::time_point joined;
         if (!observer.wait(1, join_request_key(static_cast<int32_t>(ifx)).c_str(), "set", 10s,
                            joined)) {
             throw std::runtime_error("no join request for port " + std::to_string(ifx));
@@ -101,7 +101,8 @@ JoinSamples timed_joins(Pipeline &load, Observer &observer, Pipeline &pings, siz
 
 } // namespace
 
-JoinSamples join_latencies(Pipeline &load, Observer &observer, Pipeline &pings, size_t count) {
+join_samples join_latencies(pipeline &load, keyspace_observer &observer, pipeline &pings,
+                            size_t count) {
     return timed_joins(load, observer, pings, count, [&](uint32_t ifx, const std::string &learned) {
         // Out of automatic mode and back: the port can join again.
         const std::string mode1 = port_oper_key(static_cast<int32_t>(ifx), PORT_MODE_AUTO).c_str();
@@ -109,15 +110,16 @@ JoinSamples join_latencies(Pipeline &load, Observer &observer, Pipeline &pings, 
         load.add(1, {"DEL", mode1});
         load.add(1, {"SET", mode1, testcommon::port_oper_value(ifx, 1, 1)});
         load.finish();
-        Clock::time_point echoed;
+        steady_clock::time_point echoed;
         if (!observer.wait(0, mode1, "set", 10s, echoed)) {
             throw std::runtime_error("port " + std::to_string(ifx) + " not back in automatic mode");
         }
     });
 }
 
-JoinSamples relay_latencies(Pipeline &load, Observer &observer, Pipeline &pings, size_t count) {
-    JoinSamples samples =
+join_samples relay_latencies(pipeline &load, keyspace_observer &observer, pipeline &pings,
+                             size_t count) {
+    join_samples samples =
         timed_joins(load, observer, pings, count, [&](uint32_t, const std::string &learned) {
             load.add(0, {"DEL", learned});
             load.finish();
@@ -131,7 +133,7 @@ JoinSamples relay_latencies(Pipeline &load, Observer &observer, Pipeline &pings,
     return samples;
 }
 
-void fill_mac_table(Pipeline &load, size_t &held, size_t total) {
+void fill_mac_table(pipeline &load, size_t &held, size_t total) {
     for (; held < total; ++held) {
         load.add(0, {"SET",
                      learned_key(60 + static_cast<int>(held % 40),

@@ -10,7 +10,7 @@
 
 namespace busbench {
 
-Observer::Observer(const std::string &socket_path) {
+keyspace_observer::keyspace_observer(const std::string &socket_path) {
     context_ = redisConnectUnix(socket_path.c_str());
     if (context_ == nullptr || context_->err != 0) {
         throw std::runtime_error("observer: cannot connect");
@@ -23,11 +23,11 @@ Observer::Observer(const std::string &socket_path) {
     }
 }
 
-Observer::~Observer() {
+keyspace_observer::~keyspace_observer() {
     redisFree(context_);
 }
 
-void Observer::discard() {
+void keyspace_observer::discard() {
     for (;;) {
         void *raw = nullptr;
         if (redisGetReplyFromReader(context_, &raw) != REDIS_OK) {
@@ -47,10 +47,10 @@ void Observer::discard() {
     }
 }
 
-bool Observer::wait(int db, const std::string &key, const std::string &event,
-                    std::chrono::milliseconds deadline, Clock::time_point &at) {
+bool keyspace_observer::wait(int db, const std::string &key, const std::string &event,
+                             std::chrono::milliseconds deadline, steady_clock::time_point &at) {
     const std::string channel = "__keyspace@" + std::to_string(db) + "__:" + key;
-    const Clock::time_point until = Clock::now() + deadline;
+    const steady_clock::time_point until = steady_clock::now() + deadline;
     for (;;) {
         void *raw = nullptr;
         if (redisGetReplyFromReader(context_, &raw) != REDIS_OK) {
@@ -64,13 +64,14 @@ bool Observer::wait(int db, const std::string &key, const std::string &event,
                 std::string_view(reply->element[3]->str, reply->element[3]->len) == event;
             freeReplyObject(raw);
             if (match) {
-                at = Clock::now();
+                at = steady_clock::now();
                 return true;
             }
             continue;
         }
         const auto left =
-            std::chrono::duration_cast<std::chrono::milliseconds>(until - Clock::now()).count();
+            std::chrono::duration_cast<std::chrono::milliseconds>(until - steady_clock::now())
+                .count();
         if (left <= 0) {
             return false;
         }
@@ -83,7 +84,7 @@ bool Observer::wait(int db, const std::string &key, const std::string &event,
 }
 
 double ping_round_trip_us(redisContext *context) {
-    const Clock::time_point start = Clock::now();
+    const steady_clock::time_point start = steady_clock::now();
     void *reply = redisCommand(context, "PING");
     const double us = seconds_since(start) * 1e6;
     if (reply == nullptr) {

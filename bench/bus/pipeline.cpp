@@ -11,7 +11,7 @@ namespace {
 
 // Replies read once this many are owed, so that neither side's buffers grow
 // without bound while the server stays busy.
-constexpr size_t kWindow = 4096;
+constexpr size_t WINDOW = 4096;
 
 std::string formatted(const std::vector<std::string> &argv) {
     std::vector<const char *> args;
@@ -33,22 +33,22 @@ std::string formatted(const std::vector<std::string> &argv) {
 
 } // namespace
 
-double seconds_since(Clock::time_point start) {
-    return std::chrono::duration<double>(Clock::now() - start).count();
+double seconds_since(steady_clock::time_point start) {
+    return std::chrono::duration<double>(steady_clock::now() - start).count();
 }
 
-Pipeline::Pipeline(const std::string &socket_path) {
+pipeline::pipeline(const std::string &socket_path) {
     context_ = redisConnectUnix(socket_path.c_str());
     if (context_ == nullptr || context_->err != 0) {
         throw std::runtime_error("cannot connect to " + socket_path);
     }
 }
 
-Pipeline::~Pipeline() {
+pipeline::~pipeline() {
     redisFree(context_);
 }
 
-void Pipeline::add(int db, const std::vector<std::string> &argv) {
+void pipeline::add(int db, const std::vector<std::string> &argv) {
     if (db != db_) {
         const std::string select = formatted({"SELECT", std::to_string(db)});
         redisAppendFormattedCommand(context_, select.data(), select.size());
@@ -58,15 +58,15 @@ void Pipeline::add(int db, const std::vector<std::string> &argv) {
     const std::string command = formatted(argv);
     redisAppendFormattedCommand(context_, command.data(), command.size());
     ++owed_;
-    if (owed_ >= kWindow) {
+    if (owed_ >= WINDOW) {
         flush_some(false);
     }
 }
 
 // Reads replies until at most half the window is owed (all of them when all
 // is set); hiredis sends the output buffer before its first blocking read.
-void Pipeline::flush_some(bool all) {
-    const size_t keep = all ? 0 : kWindow / 2;
+void pipeline::flush_some(bool all) {
+    const size_t keep = all ? 0 : WINDOW / 2;
     while (owed_ > keep) {
         void *reply = nullptr;
         if (redisGetReply(context_, &reply) != REDIS_OK) {
@@ -80,14 +80,14 @@ void Pipeline::flush_some(bool all) {
     }
 }
 
-size_t Pipeline::finish() {
+size_t pipeline::finish() {
     flush_some(true);
     const size_t errors = errors_;
     errors_ = 0;
     return errors;
 }
 
-void Pipeline::send() {
+void pipeline::send() {
     int done = 0;
     while (done == 0) {
         if (redisBufferWrite(context_, &done) != REDIS_OK) {
@@ -96,7 +96,7 @@ void Pipeline::send() {
     }
 }
 
-redisReply *Pipeline::run(int db, const std::vector<std::string> &argv) {
+redisReply *pipeline::run(int db, const std::vector<std::string> &argv) {
     flush_some(true);
     if (db != db_) {
         freeReplyObject(redisCommand(context_, "SELECT %d", db));
@@ -131,8 +131,8 @@ std::vector<std::vector<std::string>> learning_churn(size_t count) {
     return commands;
 }
 
-Distribution distribution(std::vector<double> samples) {
-    Distribution d;
+percentiles distribution(std::vector<double> samples) {
+    percentiles d;
     if (samples.empty()) {
         return d;
     }

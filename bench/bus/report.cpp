@@ -30,15 +30,15 @@ std::string verdict(bool met) {
     return met ? "met" : "**not met**";
 }
 
-double at(const Report &r, const std::string &name) {
+double at(const bench_report &r, const std::string &name) {
     const auto found = r.values.find(name);
     return found == r.values.end() ? 0.0 : found->second;
 }
 
 // A join latency row: the joins recorded under tag against the PINGs timed
 // beside them.
-Row join_row(const Report &r, const std::string &tag, const std::string &measure,
-             const std::string &goal) {
+report_row join_row(const bench_report &r, const std::string &tag, const std::string &measure,
+                    const std::string &goal) {
     const double join50 = at(r, tag + "join_p50_us");
     const double join99 = at(r, tag + "join_p99_us");
     const double ping50 = at(r, tag + "ping_p50_us");
@@ -71,7 +71,7 @@ void write_cdf(const std::string &path, std::vector<double> samples) {
 
 } // namespace
 
-void fill_report(Report &r, const std::vector<size_t> &mac_tables, bool mips) {
+void fill_report(bench_report &r, const std::vector<size_t> &mac_tables, bool mips) {
     const double n = at(r, "notifications");
     const double backlog = at(r, "daemon_backlog_per_s");
     const double hiredis = at(r, "hiredis_backlog_per_s");
@@ -157,7 +157,7 @@ void fill_report(Report &r, const std::vector<size_t> &mac_tables, bool mips) {
     }
 }
 
-void write_report(const Report &r, const std::string &stem) {
+void write_report(const bench_report &r, const std::string &stem) {
     {
         std::ofstream json(stem + ".json");
         json << "{\n  \"machine\": \"" << escaped(r.machine) << "\",\n  \"values\": {\n";
@@ -168,7 +168,7 @@ void write_report(const Report &r, const std::string &stem) {
         }
         json << "  },\n  \"rows\": [\n";
         for (size_t j = 0; j < r.rows.size(); ++j) {
-            const Row &row = r.rows[j];
+            const report_row &row = r.rows[j];
             json << "    {\"measure\": \"" << escaped(row.measure) << "\", \"daemon\": \""
                  << escaped(row.daemon) << "\", \"ceiling\": \"" << escaped(row.ceiling)
                  << "\", \"ratio\": \"" << escaped(row.ratio) << "\", \"goal\": \""
@@ -179,7 +179,7 @@ void write_report(const Report &r, const std::string &stem) {
     std::ofstream md(stem + ".md");
     md << "Machine: " << r.machine << "\n\n"
        << "| Measure | Daemon | Ceiling | Ratio | Goal |\n|---|---|---|---|---|\n";
-    for (const Row &row : r.rows) {
+    for (const report_row &row : r.rows) {
         md << "| " << row.measure << " | " << row.daemon << " | " << row.ceiling << " | "
            << row.ratio << " | " << row.goal << " |\n";
     }

@@ -50,7 +50,7 @@ const mac_addr MASK_24{0xff, 0xff, 0xff, 0, 0, 0};
 
 // Both databases as the management plane, the forwarding layer and the
 // daemon leave them on a busy, healthy switch.
-void fill(testsupport::RedisClient &r) {
+void fill(testsupport::redis_client &r) {
     r.set(1, vid_key(VOICE_VID).c_str(), "");
     r.set(0, vid_key(VOICE_VID).c_str(), text_of(pre_entry_idx_codec::encode(0)));
     r.set(1, "/bridge/vvlan/secu_mode/1", "");
@@ -141,9 +141,9 @@ int main(int argc, char **argv) {
             tool = argv[i + 1];
         }
     }
-    testsupport::RedisServer server;
+    testsupport::redis_server server;
     server.start();
-    testsupport::RedisClient client(server.socket_path());
+    testsupport::redis_client client(server.socket_path());
     const auto fill_start = std::chrono::steady_clock::now();
     fill(client);
     std::printf(

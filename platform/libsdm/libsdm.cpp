@@ -28,30 +28,30 @@ namespace {
 // thread may still be reading it; there is one per successful libsdm_init,
 // which a daemon calls once. Never destroyed either: a daemon thread may
 // still look up while the process exits.
-struct Current {
+struct current_map {
     std::mutex installing;
-    std::vector<std::unique_ptr<const PortMap>> kept;
-    std::atomic<const PortMap *> map{nullptr};
+    std::vector<std::unique_ptr<const port_map>> kept;
+    std::atomic<const port_map *> map{nullptr};
 
-    Current() { install(PortMap::front_panel()); }
+    current_map() { install(port_map::front_panel()); }
 
-    void install(PortMap next) {
+    void install(port_map next) {
         const std::lock_guard lock(installing);
-        kept.push_back(std::make_unique<const PortMap>(std::move(next)));
+        kept.push_back(std::make_unique<const port_map>(std::move(next)));
         map.store(kept.back().get(), std::memory_order_release);
     }
 };
 
-Current &current() {
-    static Current *const instance = new Current;
+current_map &current() {
+    static current_map *const instance = new current_map;
     return *instance;
 }
 
-const PortMap &map_in_force() {
+const port_map &map_in_force() {
     return *current().map.load(std::memory_order_acquire);
 }
 
-void install(PortMap map) {
+void install(port_map map) {
     current().install(std::move(map));
 }
 
@@ -84,17 +84,17 @@ bool forced_result(int &result) {
 int load_map() {
     const char *path = std::getenv("LIBSDM_PORT_MAP");
     if (path == nullptr || path[0] == '\0') {
-        install(PortMap::front_panel());
+        install(port_map::front_panel());
         return 0;
     }
-    std::vector<PortMapEntry> entries;
+    std::vector<port_map_entry> entries;
     std::string error;
     if (!load_port_map(path, entries, error)) {
         // The map in force stays as it was.
         std::fprintf(stderr, "libsdm: %s\n", error.c_str());
         return -1;
     }
-    install(PortMap(std::move(entries)));
+    install(port_map(std::move(entries)));
     return 0;
 }
 

@@ -9,7 +9,7 @@
 namespace sdm {
 namespace {
 
-constexpr uint32_t kFrontPanelPorts = 53;
+constexpr uint32_t FRONT_PANEL_PORTS = 53;
 
 bool is_blank(char c) {
     return c == ' ' || c == '\t' || c == '\r';
@@ -49,19 +49,19 @@ bool parse_decimal(const std::string &text, long long low, long long high, long 
 
 } // namespace
 
-PortMap PortMap::front_panel() {
-    std::vector<PortMapEntry> entries;
-    for (uint32_t phyid = 1; phyid <= kFrontPanelPorts; ++phyid) {
+port_map port_map::front_panel() {
+    std::vector<port_map_entry> entries;
+    for (uint32_t phyid = 1; phyid <= FRONT_PANEL_PORTS; ++phyid) {
         entries.push_back({phyid, phyid - 1});
     }
-    return PortMap(std::move(entries));
+    return port_map(std::move(entries));
 }
 
 // The first entry whose `from` field is `key` gives its `to` field.
-bool PortMap::lookup(uint32_t PortMapEntry::*from, uint32_t PortMapEntry::*to, uint32_t key,
-                     uint32_t &out) const noexcept {
+bool port_map::lookup(uint32_t port_map_entry::*from, uint32_t port_map_entry::*to, uint32_t key,
+                      uint32_t &out) const noexcept {
     const auto it = std::find_if(entries_.begin(), entries_.end(),
-                                 [&](const PortMapEntry &e) { return e.*from == key; });
+                                 [&](const port_map_entry &e) { return e.*from == key; });
     if (it == entries_.end()) {
         return false;
     }
@@ -69,15 +69,15 @@ bool PortMap::lookup(uint32_t PortMapEntry::*from, uint32_t PortMapEntry::*to, u
     return true;
 }
 
-bool PortMap::ifx_of(uint32_t phyid, uint32_t &ifx) const noexcept {
-    return lookup(&PortMapEntry::phyid, &PortMapEntry::ifx, phyid, ifx);
+bool port_map::ifx_of(uint32_t phyid, uint32_t &ifx) const noexcept {
+    return lookup(&port_map_entry::phyid, &port_map_entry::ifx, phyid, ifx);
 }
 
-bool PortMap::phyid_of(uint32_t ifx, uint32_t &phyid) const noexcept {
-    return lookup(&PortMapEntry::ifx, &PortMapEntry::phyid, ifx, phyid);
+bool port_map::phyid_of(uint32_t ifx, uint32_t &phyid) const noexcept {
+    return lookup(&port_map_entry::ifx, &port_map_entry::phyid, ifx, phyid);
 }
 
-bool load_port_map(const std::string &path, std::vector<PortMapEntry> &entries,
+bool load_port_map(const std::string &path, std::vector<port_map_entry> &entries,
                    std::string &error) {
     std::ifstream file(path);
     if (!file) {
@@ -99,8 +99,8 @@ bool load_port_map(const std::string &path, std::vector<PortMapEntry> &entries,
             error = where + "expected \"<phyid> <ifx>\" in decimal, found \"" + line + "\"";
             return false;
         }
-        if (entries.size() == PortMap::kMaxEntries) {
-            error = where + "more than " + std::to_string(PortMap::kMaxEntries) + " entries";
+        if (entries.size() == port_map::MAX_ENTRIES) {
+            error = where + "more than " + std::to_string(port_map::MAX_ENTRIES) + " entries";
             return false;
         }
         // A negative ifx is kept as its two's complement, as the switch's

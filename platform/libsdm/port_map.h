@@ -10,20 +10,20 @@
 
 namespace sdm {
 
-struct PortMapEntry {
+struct port_map_entry {
     uint32_t phyid;
     uint32_t ifx;
 };
 
-class PortMap {
+class port_map {
   public:
     // The switch's front panel: phyid p is ifx p-1 for 1 <= p <= 53.
-    static PortMap front_panel();
+    static port_map front_panel();
 
     // A table holds at most this many entries, as on the switch.
-    static constexpr size_t kMaxEntries = 256;
+    static constexpr size_t MAX_ENTRIES = 256;
 
-    explicit PortMap(std::vector<PortMapEntry> entries) : entries_(std::move(entries)) {}
+    explicit port_map(std::vector<port_map_entry> entries) : entries_(std::move(entries)) {}
 
     // Both directions take the first entry that matches, so a file that maps
     // two phyids to one ifx reads back as its earlier line.
@@ -31,16 +31,17 @@ class PortMap {
     bool phyid_of(uint32_t ifx, uint32_t &phyid) const noexcept;
 
   private:
-    bool lookup(uint32_t PortMapEntry::*from, uint32_t PortMapEntry::*to, uint32_t key,
+    bool lookup(uint32_t port_map_entry::*from, uint32_t port_map_entry::*to, uint32_t key,
                 uint32_t &out) const noexcept;
-    std::vector<PortMapEntry> entries_;
+    std::vector<port_map_entry> entries_;
 };
 
 // Reads a map file of lines "<phyid> <ifx>" in decimal; blank lines and lines
 // starting with '#' are skipped. ifx may be negative or above 2^31 and is
 // kept as its 32-bit two's complement. False with error naming the file and
 // line when the file cannot be read, a line is malformed or there are more
-// than kMaxEntries entries.
-bool load_port_map(const std::string &path, std::vector<PortMapEntry> &entries, std::string &error);
+// than MAX_ENTRIES entries.
+bool load_port_map(const std::string &path, std::vector<port_map_entry> &entries,
+                   std::string &error);
 
 } // namespace sdm

@@ -14,15 +14,15 @@ namespace tukredis {
 // a command half written on the shared connection. The caller's state comes
 // back on exit, and a pending cancel acts at the caller's next cancellation
 // point instead.
-class CancelGuard {
+class cancel_guard {
   public:
-    CancelGuard() noexcept { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &previous_); }
-    ~CancelGuard() {
+    cancel_guard() noexcept { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &previous_); }
+    ~cancel_guard() {
         int ignored = 0;
         pthread_setcancelstate(previous_, &ignored);
     }
-    CancelGuard(const CancelGuard &) = delete;
-    CancelGuard &operator=(const CancelGuard &) = delete;
+    cancel_guard(const cancel_guard &) = delete;
+    cancel_guard &operator=(const cancel_guard &) = delete;
 
   private:
     int previous_ = PTHREAD_CANCEL_ENABLE;
@@ -33,7 +33,7 @@ class CancelGuard {
 // value.
 template <typename Result, typename Body>
 Result c_entry(Result on_failure, Body &&body) noexcept {
-    const CancelGuard guard;
+    const cancel_guard guard;
     try {
         return body();
     } catch (const std::exception &e) {

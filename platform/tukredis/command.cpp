@@ -14,8 +14,8 @@
 namespace tukredis {
 namespace {
 
-RateLimit &failure_reports() {
-    static RateLimit *const limit = new RateLimit(std::chrono::seconds(10));
+rate_limit &failure_reports() {
+    static rate_limit *const limit = new rate_limit(std::chrono::seconds(10));
     return *limit;
 }
 
@@ -26,9 +26,9 @@ void report_failure(const char *what, const std::string &why) {
 // A database beyond the server's count would make the pipelined SELECT fail
 // after the command behind it already ran in the previous database; knowing
 // the count lets such a command be refused before anything is sent.
-int32_t read_database_count(redisContext *context, const Deadline &deadline, std::string &why,
+int32_t read_database_count(redisContext *context, const io_deadline &deadline, std::string &why,
                             bool &ok) {
-    const ReplyPtr reply = round_trip(context, {"CONFIG", "GET", "databases"}, deadline, why);
+    const reply_ptr reply = round_trip(context, {"CONFIG", "GET", "databases"}, deadline, why);
     ok = reply != nullptr;
     if (!ok || reply->type != REDIS_REPLY_ARRAY || reply->elements != 2) {
         return -1;
@@ -45,24 +45,24 @@ int32_t read_database_count(redisContext *context, const Deadline &deadline, std
 // Deferred writes are sent once this much output has gathered, and their
 // replies read once this many are owed: enough to fill a pipeline, little
 // enough that neither buffer grows without bound during a long scan.
-constexpr size_t kFlushBytes = 64 * 1024;
-constexpr size_t kMostPending = 1024;
+constexpr size_t FLUSH_BYTES = 64 * 1024;
+constexpr size_t MOST_PENDING = 1024;
 
 } // namespace
 
-thread_local bool DeferWrites::active_ __attribute__((tls_model("initial-exec"))) = false;
+thread_local bool defer_writes::active_ __attribute__((tls_model("initial-exec"))) = false;
 
-CommandConnection &command_connection() {
-    static CommandConnection *const instance = new CommandConnection;
+command_link &command_connection() {
+    static command_link *const instance = new command_link;
     return *instance;
 }
 
-bool CommandConnection::connect(const server_address &address, std::string &why) {
+bool command_link::connect(const server_address &address, std::string &why) {
     const std::lock_guard lock(mutex_);
     return connect_locked(address, why);
 }
 
-void CommandConnection::drop() {
+void command_link::drop() {
     const std::lock_guard lock(mutex_);
     // Deferred writes go out before the connection is replaced.
     std::string why;
@@ -74,21 +74,21 @@ void CommandConnection::drop() {
     pending_ = 0;
 }
 
-size_t CommandConnection::pending() const {
+size_t command_link::pending() const {
     const std::lock_guard lock(mutex_);
     return pending_;
 }
 
-bool CommandConnection::connect_locked(const server_address &address, std::string &why) {
+bool command_link::connect_locked(const server_address &address, std::string &why) {
     context_.reset();
     selected_db_ = 0; // a new connection starts in database 0
     pending_ = 0;
-    ContextPtr context = open_bus_connection(address, kDefaultCommandTimeout, why);
+    context_ptr context = open_bus_connection(address, DEFAULT_COMMAND_TIMEOUT, why);
     if (!context) {
         return false;
     }
     bool ok = false;
-    databases_ = read_database_count(context.get(), Deadline(kDefaultCommandTimeout), why, ok);
+    databases_ = read_database_count(context.get(), io_deadline(DEFAULT_COMMAND_TIMEOUT), why, ok);
     if (!ok) {
         return false;
     }
@@ -96,7 +96,7 @@ bool CommandConnection::connect_locked(const server_address &address, std::strin
     return true;
 }
 
-bool CommandConnection::usable_locked(std::string &why) {
+bool command_link::usable_locked(std::string &why) {
     if (context_ && pending_ > 0) {
         // Replies are owed: a closed connection shows when they are read.
         return true;
@@ -123,7 +123,7 @@ bool CommandConnection::usable_locked(std::string &why) {
     return true;
 }
 
-void CommandConnection::lose_locked(const std::string &why) {
+void command_link::lose_locked(const std::string &why) {
     report_failure("command connection lost", why);
     context_.reset();
     selected_db_ = 0;
@@ -133,7 +133,7 @@ void CommandConnection::lose_locked(const std::string &why) {
 // A database beyond the server's count is refused before anything is sent;
 // otherwise SELECT is queued when the database changes. Its reply is read
 // with those of the commands behind it.
-bool CommandConnection::select_locked(int32_t db, std::string &why) {
+bool command_link::select_locked(int32_t db, std::string &why) {
     if (db < 0 || (databases_ > 0 && db >= databases_)) {
         why = "no database " + std::to_string(db) + " on the server";
         return false;
@@ -141,9 +141,9 @@ bool CommandConnection::select_locked(int32_t db, std::string &why) {
     return true;
 }
 
-bool CommandConnection::collect_locked(const Deadline &deadline, std::string &why) {
+bool command_link::collect_locked(const io_deadline &deadline, std::string &why) {
     while (pending_ > 0) {
-        const ReplyPtr reply = read_reply(context_.get(), deadline, why);
+        const reply_ptr reply = read_reply(context_.get(), deadline, why);
         if (!reply) {
             lose_locked(why);
             return false;
@@ -156,11 +156,11 @@ bool CommandConnection::collect_locked(const Deadline &deadline, std::string &wh
     return true;
 }
 
-bool CommandConnection::settle_locked(std::string &why) {
+bool command_link::settle_locked(std::string &why) {
     if (!context_ || (pending_ == 0 && sdslen(context_->obuf) == 0)) {
         return true;
     }
-    const Deadline deadline(kDefaultCommandTimeout);
+    const io_deadline deadline(DEFAULT_COMMAND_TIMEOUT);
     if (!flush_output(context_.get(), deadline, why)) {
         lose_locked(why);
         return false;
@@ -169,12 +169,12 @@ bool CommandConnection::settle_locked(std::string &why) {
     return collect_locked(deadline, why);
 }
 
-bool CommandConnection::settle(std::string &why) {
+bool command_link::settle(std::string &why) {
     const std::lock_guard lock(mutex_);
     return settle_locked(why);
 }
 
-bool CommandConnection::send(int32_t db, std::string_view command, std::string &why) {
+bool command_link::send(int32_t db, std::string_view command, std::string &why) {
     const std::lock_guard lock(mutex_);
     if (!usable_locked(why) || !select_locked(db, why)) {
         return false;
@@ -190,23 +190,23 @@ bool CommandConnection::send(int32_t db, std::string_view command, std::string &
     redisAppendFormattedCommand(context, command.data(), command.size());
     ++pending_;
     count(stats().deferred);
-    if (sdslen(context->obuf) >= kFlushBytes) {
+    if (sdslen(context->obuf) >= FLUSH_BYTES) {
         // Sent now; the replies are read when they are many or at settle().
-        const Deadline deadline(kDefaultCommandTimeout);
+        const io_deadline deadline(DEFAULT_COMMAND_TIMEOUT);
         if (!flush_output(context, deadline, why)) {
             lose_locked(why);
             return false;
         }
     }
-    if (pending_ >= kMostPending) {
+    if (pending_ >= MOST_PENDING) {
         return settle_locked(why);
     }
     return true;
 }
 
-bool CommandConnection::run(int32_t db, const std::vector<std::string> &commands,
-                            std::vector<ReplyPtr> &replies, std::chrono::milliseconds timeout,
-                            std::string &why) {
+bool command_link::run(int32_t db, const std::vector<std::string> &commands,
+                       std::vector<reply_ptr> &replies, std::chrono::milliseconds timeout,
+                       std::string &why) {
     replies.clear();
     const std::lock_guard lock(mutex_);
     if (!usable_locked(why)) {
@@ -225,7 +225,7 @@ bool CommandConnection::run(int32_t db, const std::vector<std::string> &commands
     for (const std::string &command : commands) {
         redisAppendFormattedCommand(context, command.data(), command.size());
     }
-    const Deadline deadline(timeout);
+    const io_deadline deadline(timeout);
     if (!flush_output(context, deadline, why)) {
         lose_locked(why);
         return false;
@@ -237,7 +237,7 @@ bool CommandConnection::run(int32_t db, const std::vector<std::string> &commands
     }
     bool selected = true;
     if (select) {
-        const ReplyPtr reply = read_reply(context, deadline, why);
+        const reply_ptr reply = read_reply(context, deadline, why);
         if (!reply) {
             lose_locked(why);
             return false;
@@ -251,7 +251,7 @@ bool CommandConnection::run(int32_t db, const std::vector<std::string> &commands
     }
     replies.reserve(commands.size());
     for (size_t i = 0; i < commands.size(); ++i) {
-        ReplyPtr reply = read_reply(context, deadline, why);
+        reply_ptr reply = read_reply(context, deadline, why);
         if (!reply) {
             lose_locked(why);
             replies.clear();
@@ -265,9 +265,9 @@ bool CommandConnection::run(int32_t db, const std::vector<std::string> &commands
     return selected;
 }
 
-ReplyPtr run_one(int32_t db, const std::string &command, std::chrono::milliseconds timeout,
-                 std::string &why) {
-    std::vector<ReplyPtr> replies;
+reply_ptr run_one(int32_t db, const std::string &command, std::chrono::milliseconds timeout,
+                  std::string &why) {
+    std::vector<reply_ptr> replies;
     if (!command_connection().run(db, {command}, replies, timeout, why)) {
         return nullptr;
     }
@@ -291,7 +291,7 @@ int32_t db_command(int32_t db, int32_t timeout_ms, const char *format, va_list a
         return -1;
     }
     std::string why;
-    if (DeferWrites::active()) {
+    if (defer_writes::active()) {
         const bool sent =
             command_connection().send(db, std::string_view(text, static_cast<size_t>(length)), why);
         redisFreeCommand(text);
@@ -304,8 +304,8 @@ int32_t db_command(int32_t db, int32_t timeout_ms, const char *format, va_list a
     const std::string command(text, static_cast<size_t>(length));
     redisFreeCommand(text);
     const auto timeout =
-        timeout_ms > 0 ? std::chrono::milliseconds(timeout_ms) : kDefaultCommandTimeout;
-    const ReplyPtr reply = run_one(db, command, timeout, why);
+        timeout_ms > 0 ? std::chrono::milliseconds(timeout_ms) : DEFAULT_COMMAND_TIMEOUT;
+    const reply_ptr reply = run_one(db, command, timeout, why);
     if (!reply) {
         report_failure("command failed", why);
         return -1;
@@ -322,7 +322,7 @@ int32_t db_command(int32_t db, int32_t timeout_ms, const char *format, va_list a
 // wait and flags are accepted for the vendor library's signature. The host
 // library waits for the reply, which is what wait 1 asks, except inside a
 // handler or the re-synchronisation callback, where the command is deferred
-// (see DeferWrites) and the result only says that it was queued.
+// (see defer_writes) and the result only says that it was queued.
 int32_t tukredis_db_command(int32_t db, int32_t wait, int32_t timeout_ms, int32_t flags,
                             const char *format, ...) {
     (void)wait;

@@ -13,7 +13,7 @@
 
 namespace tukredis {
 
-constexpr std::chrono::milliseconds kDefaultCommandTimeout{2000};
+constexpr std::chrono::milliseconds DEFAULT_COMMAND_TIMEOUT{2000};
 
 // While one of these lives on a thread, tukredis_db_command on that thread
 // sends its command behind those before it and returns without waiting for
@@ -22,12 +22,12 @@ constexpr std::chrono::milliseconds kDefaultCommandTimeout{2000};
 // it makes there, and a round trip per write was most of the cost of a join
 // and of a re-synchronisation. Outside (the aging thread, tests) a command
 // still waits for its reply.
-class DeferWrites {
+class defer_writes {
   public:
-    DeferWrites() noexcept : previous_(active_) { active_ = true; }
-    ~DeferWrites() { active_ = previous_; }
-    DeferWrites(const DeferWrites &) = delete;
-    DeferWrites &operator=(const DeferWrites &) = delete;
+    defer_writes() noexcept : previous_(active_) { active_ = true; }
+    ~defer_writes() { active_ = previous_; }
+    defer_writes(const defer_writes &) = delete;
+    defer_writes &operator=(const defer_writes &) = delete;
 
     static bool active() noexcept { return active_; }
 
@@ -48,7 +48,7 @@ class DeferWrites {
 // server runs one connection's commands in the order sent, so a later read,
 // from either thread, sees them, and a command that waits for its reply first
 // reads the replies of the deferred ones before it.
-class CommandConnection {
+class command_link {
   public:
     // Replaces the connection by a new one to address (tukredis_db_connect).
     bool connect(const server_address &address, std::string &why);
@@ -62,7 +62,7 @@ class CommandConnection {
     // the database could not be selected, and why says what happened. A
     // dropped connection is reopened by the next exchange, in a single
     // attempt: the caller's write fails rather than waits for the server.
-    bool run(int32_t db, const std::vector<std::string> &commands, std::vector<ReplyPtr> &replies,
+    bool run(int32_t db, const std::vector<std::string> &commands, std::vector<reply_ptr> &replies,
              std::chrono::milliseconds timeout, std::string &why);
 
     // Queues one formatted command in database db without waiting for its
@@ -85,11 +85,11 @@ class CommandConnection {
     bool select_locked(int32_t db, std::string &why);
     // Reads the replies of the deferred writes; the output must have been
     // flushed.
-    bool collect_locked(const Deadline &deadline, std::string &why);
+    bool collect_locked(const io_deadline &deadline, std::string &why);
     bool settle_locked(std::string &why);
 
     mutable std::mutex mutex_;
-    ContextPtr context_;
+    context_ptr context_;
     int32_t selected_db_ = 0;
     int32_t databases_ = -1; // the server's database count, -1 when unknown
     size_t pending_ = 0;     // replies owed to deferred writes (SELECTs included)
@@ -97,10 +97,10 @@ class CommandConnection {
 
 // Never destroyed: the daemon's aging thread may still write while the
 // process exits.
-CommandConnection &command_connection();
+command_link &command_connection();
 
 // One command with its reply, the common case.
-ReplyPtr run_one(int32_t db, const std::string &command, std::chrono::milliseconds timeout,
-                 std::string &why);
+reply_ptr run_one(int32_t db, const std::string &command, std::chrono::milliseconds timeout,
+                  std::string &why);
 
 } // namespace tukredis

@@ -7,9 +7,9 @@
 
 namespace tukredis {
 
-constexpr int32_t kNotDelivered = -1;
+constexpr int32_t NOT_DELIVERED = -1;
 
-// The code for event on key, or kNotDelivered. Pure, so that the table can be
+// The code for event on key, or NOT_DELIVERED. Pure, so that the table can be
 // tested without a server.
 int32_t event_code(std::string_view event, std::string_view key) noexcept;
 

@@ -7,14 +7,14 @@
 namespace tukredis {
 namespace {
 
-Frame *frame_of(const redisReadTask *task) {
+frame_buf *frame_of(const redisReadTask *task) {
     // The reader hands its privdata to every task of a reply.
-    return static_cast<Frame *>(task->privdata);
+    return static_cast<frame_buf *>(task->privdata);
 }
 
 // The part an element of the top array fills, or null for the top itself,
 // for elements past the fourth and for anything deeper.
-Frame::Part *part_of(Frame *frame, const redisReadTask *task) {
+frame_buf::part_buf *part_of(frame_buf *frame, const redisReadTask *task) {
     if (task->parent == nullptr) {
         return nullptr;
     }
@@ -22,15 +22,15 @@ Frame::Part *part_of(Frame *frame, const redisReadTask *task) {
         frame->nested = true;
         return nullptr;
     }
-    if (task->idx < 0 || static_cast<size_t>(task->idx) >= Frame::kParts) {
+    if (task->idx < 0 || static_cast<size_t>(task->idx) >= frame_buf::PARTS) {
         return nullptr;
     }
     return &frame->parts[task->idx];
 }
 
 void *create_string(const redisReadTask *task, char *bytes, size_t length) {
-    Frame *frame = frame_of(task);
-    Frame::Part *part = part_of(frame, task);
+    frame_buf *frame = frame_of(task);
+    frame_buf::part_buf *part = part_of(frame, task);
     if (task->parent == nullptr) {
         frame->clear();
         frame->type = task->type;
@@ -39,18 +39,19 @@ void *create_string(const redisReadTask *task, char *bytes, size_t length) {
     if (part != nullptr) {
         part->type = task->type;
         part->length = length;
-        std::memcpy(part->bytes, bytes, length < Frame::kPartBytes ? length : Frame::kPartBytes);
+        std::memcpy(part->bytes, bytes,
+                    length < frame_buf::PART_BYTES ? length : frame_buf::PART_BYTES);
     }
     return frame;
 }
 
 void *create_array(const redisReadTask *task, int elements) {
-    Frame *frame = frame_of(task);
+    frame_buf *frame = frame_of(task);
     if (task->parent == nullptr) {
         frame->clear();
         frame->type = REDIS_REPLY_ARRAY;
         frame->elements = elements;
-    } else if (Frame::Part *part = part_of(frame, task)) {
+    } else if (frame_buf::part_buf *part = part_of(frame, task)) {
         part->type = REDIS_REPLY_ARRAY;
         frame->nested = true;
     } else {
@@ -60,11 +61,11 @@ void *create_array(const redisReadTask *task, int elements) {
 }
 
 void *create_scalar(const redisReadTask *task, int type) {
-    Frame *frame = frame_of(task);
+    frame_buf *frame = frame_of(task);
     if (task->parent == nullptr) {
         frame->clear();
         frame->type = type;
-    } else if (Frame::Part *part = part_of(frame, task)) {
+    } else if (frame_buf::part_buf *part = part_of(frame, task)) {
         part->type = type;
     }
     return frame;
@@ -81,29 +82,29 @@ void *create_nil(const redisReadTask *task) {
 // The frame belongs to the session; the reader frees nothing.
 void free_nothing(void *) {}
 
-redisReplyObjectFunctions kFrameFunctions = {create_string, create_array, create_integer,
+redisReplyObjectFunctions frame_functions = {create_string, create_array, create_integer,
                                              create_nil, free_nothing};
 
 } // namespace
 
-void Frame::clear() noexcept {
+void frame_buf::clear() noexcept {
     type = 0;
     elements = 0;
     nested = false;
-    for (Part &part : parts) {
+    for (part_buf &part : parts) {
         part.type = 0;
         part.length = 0;
     }
 }
 
-bool Frame::is_push(std::string_view word) const noexcept {
+bool frame_buf::is_push(std::string_view word) const noexcept {
     return type == REDIS_REPLY_ARRAY && elements > 0 && !nested &&
            parts[0].type == REDIS_REPLY_STRING && parts[0].whole() && parts[0].kept() == word;
 }
 
-void read_into(redisContext *context, Frame *frame) noexcept {
+void read_into(redisContext *context, frame_buf *frame) noexcept {
     redisReader *reader = context->reader;
-    reader->fn = &kFrameFunctions;
+    reader->fn = &frame_functions;
     reader->privdata = frame;
     // By default the reader frees its buffer whenever it runs empty with
     // more than 16 KiB spare, and allocates it again on the next read.
@@ -116,7 +117,7 @@ bool next_frame(redisContext *context, bool &error) noexcept {
     return !error && reply != nullptr;
 }
 
-bool read_frame(redisContext *context, const Deadline &deadline, std::string &why) {
+bool read_frame(redisContext *context, const io_deadline &deadline, std::string &why) {
     for (;;) {
         bool error = false;
         if (next_frame(context, error)) {

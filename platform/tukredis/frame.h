@@ -18,26 +18,26 @@ namespace tukredis {
 // (a pmessage is [pmessage, pattern, channel, event]). Strings are copied up
 // to a bound that covers every deliverable channel; a longer one keeps its
 // true length so that it can be reported, and never matches a row.
-struct Frame {
-    static constexpr size_t kParts = 4;
-    static constexpr size_t kPartBytes = 320;
+struct frame_buf {
+    static constexpr size_t PARTS = 4;
+    static constexpr size_t PART_BYTES = 320;
 
-    struct Part {
+    struct part_buf {
         int type = 0; // REDIS_REPLY_*; 0 when absent
         size_t length = 0;
-        char bytes[kPartBytes];
+        char bytes[PART_BYTES];
 
         // The bytes kept; shorter than length when the string was cut.
         std::string_view kept() const noexcept {
-            return {bytes, length < kPartBytes ? length : kPartBytes};
+            return {bytes, length < PART_BYTES ? length : PART_BYTES};
         }
-        bool whole() const noexcept { return length <= kPartBytes; }
+        bool whole() const noexcept { return length <= PART_BYTES; }
     };
 
     int type = 0;        // REDIS_REPLY_*
     long elements = 0;   // for an array
     bool nested = false; // an element was itself an array: not a pmessage
-    Part parts[kParts];
+    part_buf parts[PARTS];
 
     void clear() noexcept;
 
@@ -51,7 +51,7 @@ struct Frame {
 // Makes context's reader build every reply into frame, which must outlive the
 // context. To be installed between replies, never with one half read. The
 // reader keeps its buffer once grown, so a steady stream reuses it.
-void read_into(redisContext *context, Frame *frame) noexcept;
+void read_into(redisContext *context, frame_buf *frame) noexcept;
 
 // The next reply from what the reader already holds: true with *frame filled,
 // false when no whole reply is buffered. error is set when the reader failed
@@ -60,6 +60,6 @@ bool next_frame(redisContext *context, bool &error) noexcept;
 
 // The next reply, waiting for it until deadline. False with why on a timeout
 // or a failed connection, which must then be freed.
-bool read_frame(redisContext *context, const Deadline &deadline, std::string &why);
+bool read_frame(redisContext *context, const io_deadline &deadline, std::string &why);
 
 } // namespace tukredis

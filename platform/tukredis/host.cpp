@@ -12,8 +12,8 @@
 
 namespace tukredis {
 
-Stats &stats() noexcept {
-    static Stats *const instance = new Stats;
+bus_stats &stats() noexcept {
+    static bus_stats *const instance = new bus_stats;
     return *instance;
 }
 
@@ -25,7 +25,7 @@ void tukredis_host_get_stats(tukredis_host_stats *out) {
     if (out == nullptr) {
         return;
     }
-    const Stats &s = stats();
+    const bus_stats &s = stats();
     out->delivered = s.delivered.load(std::memory_order_relaxed);
     out->dropped = s.dropped.load(std::memory_order_relaxed);
     out->connect_attempts = s.connect_attempts.load(std::memory_order_relaxed);
@@ -36,7 +36,7 @@ void tukredis_host_get_stats(tukredis_host_stats *out) {
 
 int32_t tukredis_host_event_code(const char *event, const char *key) {
     if (event == nullptr || key == nullptr) {
-        return kNotDelivered;
+        return NOT_DELIVERED;
     }
     return event_code(event, key);
 }
@@ -46,7 +46,7 @@ void tukredis_host_reset(void) {
         session_reset();
         command_connection().drop();
         out_log_reset();
-        Stats &s = stats();
+        bus_stats &s = stats();
         s.delivered = 0;
         s.dropped = 0;
         s.connect_attempts = 0;

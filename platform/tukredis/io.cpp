@@ -9,16 +9,16 @@
 
 namespace tukredis {
 
-int Deadline::remaining_ms() const noexcept {
-    const auto left = at_ - Clock::now();
-    if (left <= Clock::duration::zero()) {
+int io_deadline::remaining_ms() const noexcept {
+    const auto left = at_ - steady_clock::now();
+    if (left <= steady_clock::duration::zero()) {
         return 0;
     }
     const auto ms = std::chrono::ceil<std::chrono::milliseconds>(left).count();
     return ms > INT_MAX ? INT_MAX : static_cast<int>(ms);
 }
 
-bool wait_ready(int fd, short events, const Deadline &deadline, std::string &why) {
+bool wait_ready(int fd, short events, const io_deadline &deadline, std::string &why) {
     for (;;) {
         pollfd watched{fd, events, 0};
         const int n = poll(&watched, 1, deadline.remaining_ms());
@@ -42,7 +42,7 @@ bool wait_ready(int fd, short events, const Deadline &deadline, std::string &why
     }
 }
 
-bool flush_output(redisContext *context, const Deadline &deadline, std::string &why) {
+bool flush_output(redisContext *context, const io_deadline &deadline, std::string &why) {
     for (;;) {
         int done = 0;
         if (redisBufferWrite(context, &done) != REDIS_OK) {
@@ -58,7 +58,7 @@ bool flush_output(redisContext *context, const Deadline &deadline, std::string &
     }
 }
 
-ReplyPtr read_reply(redisContext *context, const Deadline &deadline, std::string &why) {
+reply_ptr read_reply(redisContext *context, const io_deadline &deadline, std::string &why) {
     for (;;) {
         void *raw = nullptr;
         if (redisGetReplyFromReader(context, &raw) != REDIS_OK) {
@@ -66,7 +66,7 @@ ReplyPtr read_reply(redisContext *context, const Deadline &deadline, std::string
             return nullptr;
         }
         if (raw != nullptr) {
-            return ReplyPtr(static_cast<redisReply *>(raw));
+            return reply_ptr(static_cast<redisReply *>(raw));
         }
         if (!wait_ready(context->fd, POLLIN, deadline, why)) {
             return nullptr;
@@ -98,8 +98,8 @@ std::string format_command(const std::vector<std::string_view> &argv) {
     return formatted;
 }
 
-ReplyPtr round_trip(redisContext *context, const std::vector<std::string_view> &argv,
-                    const Deadline &deadline, std::string &why) {
+reply_ptr round_trip(redisContext *context, const std::vector<std::string_view> &argv,
+                     const io_deadline &deadline, std::string &why) {
     const std::string command = format_command(argv);
     if (redisAppendFormattedCommand(context, command.data(), command.size()) != REDIS_OK) {
         why = context_error(context);

@@ -16,43 +16,43 @@
 
 namespace tukredis {
 
-struct ReplyFree {
+struct reply_free {
     void operator()(redisReply *reply) const noexcept { freeReplyObject(reply); }
 };
-using ReplyPtr = std::unique_ptr<redisReply, ReplyFree>;
+using reply_ptr = std::unique_ptr<redisReply, reply_free>;
 
-struct ContextFree {
+struct context_free {
     void operator()(redisContext *context) const noexcept { redisFree(context); }
 };
-using ContextPtr = std::unique_ptr<redisContext, ContextFree>;
+using context_ptr = std::unique_ptr<redisContext, context_free>;
 
-using Clock = std::chrono::steady_clock;
+using steady_clock = std::chrono::steady_clock;
 
 // One time budget shared by the steps of an exchange (write, then read).
-class Deadline {
+class io_deadline {
   public:
-    explicit Deadline(std::chrono::milliseconds budget) : at_(Clock::now() + budget) {}
+    explicit io_deadline(std::chrono::milliseconds budget) : at_(steady_clock::now() + budget) {}
     // Milliseconds left, rounded up, 0 once passed.
     int remaining_ms() const noexcept;
 
   private:
-    Clock::time_point at_;
+    steady_clock::time_point at_;
 };
 
 // Waits until fd is ready for events. False on timeout or a poll failure,
 // with why saying which.
-bool wait_ready(int fd, short events, const Deadline &deadline, std::string &why);
+bool wait_ready(int fd, short events, const io_deadline &deadline, std::string &why);
 
 // Writes the context's whole output buffer.
-bool flush_output(redisContext *context, const Deadline &deadline, std::string &why);
+bool flush_output(redisContext *context, const io_deadline &deadline, std::string &why);
 
 // The next reply, from what is already buffered or from the socket. Null on
 // failure (why set); the context is then unusable and must be freed.
-ReplyPtr read_reply(redisContext *context, const Deadline &deadline, std::string &why);
+reply_ptr read_reply(redisContext *context, const io_deadline &deadline, std::string &why);
 
 // Sends one command given as arguments and reads its reply.
-ReplyPtr round_trip(redisContext *context, const std::vector<std::string_view> &argv,
-                    const Deadline &deadline, std::string &why);
+reply_ptr round_trip(redisContext *context, const std::vector<std::string_view> &argv,
+                     const io_deadline &deadline, std::string &why);
 
 // The protocol text of one command, for pipelines.
 std::string format_command(const std::vector<std::string_view> &argv);

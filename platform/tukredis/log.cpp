@@ -8,12 +8,12 @@ namespace tukredis {
 
 namespace {
 
-constexpr size_t kLongestLine = 512;
+constexpr size_t LONGEST_LINE = 512;
 
 } // namespace
 
 void report(const char *format, ...) {
-    char line[kLongestLine];
+    char line[LONGEST_LINE];
     va_list ap;
     va_start(ap, format);
     const int n = std::vsnprintf(line, sizeof line, format, ap);
@@ -23,12 +23,12 @@ void report(const char *format, ...) {
     }
 }
 
-void report_limited(RateLimit &limit, const char *format, ...) {
+void report_limited(rate_limit &limit, const char *format, ...) {
     uint64_t held_back = 0;
     if (!limit.allow(held_back)) {
         return;
     }
-    char line[kLongestLine];
+    char line[LONGEST_LINE];
     va_list ap;
     va_start(ap, format);
     const int n = std::vsnprintf(line, sizeof line, format, ap);
@@ -44,7 +44,7 @@ void report_limited(RateLimit &limit, const char *format, ...) {
     }
 }
 
-bool RateLimit::allow(uint64_t &held_back) {
+bool rate_limit::allow(uint64_t &held_back) {
     const std::lock_guard lock(mutex_);
     const auto now = std::chrono::steady_clock::now();
     if (ever_ && now - last_ < period_) {

@@ -15,9 +15,9 @@ void report(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
 // Lets a recurring message through at most once per period. Used where a line
 // per event would flood the log (dropped keys, a server that stays down).
-class RateLimit {
+class rate_limit {
   public:
-    explicit RateLimit(std::chrono::seconds period) : period_(period) {}
+    explicit rate_limit(std::chrono::seconds period) : period_(period) {}
 
     // True when a line may be written now; held_back then receives how many
     // were refused since the previous line.
@@ -33,7 +33,7 @@ class RateLimit {
 
 // Writes one line through limit, telling how many similar lines it held back
 // since the previous one.
-void report_limited(RateLimit &limit, const char *format, ...)
+void report_limited(rate_limit &limit, const char *format, ...)
     __attribute__((format(printf, 2, 3)));
 
 } // namespace tukredis

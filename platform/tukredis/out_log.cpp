@@ -16,13 +16,13 @@
 namespace tukredis {
 namespace {
 
-constexpr size_t kEntries = 64;
+constexpr size_t ENTRIES = 64;
 // Handles are sequence numbers kept positive, so that -1 (no entry) is never
 // a handle. 2^31 is a multiple of the ring size, so a handle's slot is stable
 // across the wrap.
-constexpr uint32_t kHandleMask = 0x7fffffffU;
+constexpr uint32_t HANDLE_MASK = 0x7fffffffU;
 
-struct Entry {
+struct log_entry {
     int32_t handle = -1;
     char key[TUKREDIS_KEY_LEN] = {};
     int32_t op = 0;
@@ -32,29 +32,29 @@ struct Entry {
     bool done = false;
 };
 
-struct Ring {
+struct log_ring {
     std::mutex mutex;
-    std::array<Entry, kEntries> entries{};
+    std::array<log_entry, ENTRIES> entries{};
     uint32_t next = 0;
 };
 
 // Never destroyed: the daemon's threads may still write while the process
 // exits.
-Ring &ring() {
-    static Ring *const instance = new Ring;
+log_ring &ring() {
+    static log_ring *const instance = new log_ring;
     return *instance;
 }
 
-Entry &slot_of(Ring &r, int32_t handle) {
-    return r.entries[static_cast<uint32_t>(handle) % kEntries];
+log_entry &slot_of(log_ring &r, int32_t handle) {
+    return r.entries[static_cast<uint32_t>(handle) % ENTRIES];
 }
 
 } // namespace
 
 void out_log_reset() {
-    Ring &r = ring();
+    log_ring &r = ring();
     const std::lock_guard lock(r.mutex);
-    r.entries.fill(Entry{});
+    r.entries.fill(log_entry{});
     r.next = 0;
 }
 
@@ -67,11 +67,11 @@ int32_t tukredis_db_out_log(const char *key, int32_t op, int32_t db, int32_t lev
         if (key == nullptr || level == 0) {
             return -1;
         }
-        Ring &r = ring();
+        log_ring &r = ring();
         const std::lock_guard lock(r.mutex);
-        const auto handle = static_cast<int32_t>(r.next++ & kHandleMask);
-        Entry &entry = slot_of(r, handle);
-        entry = Entry{};
+        const auto handle = static_cast<int32_t>(r.next++ & HANDLE_MASK);
+        log_entry &entry = slot_of(r, handle);
+        entry = log_entry{};
         entry.handle = handle;
         // Longer keys are kept cut: the entry is for reading, not for lookup.
         std::strncpy(entry.key, key, sizeof entry.key - 1);
@@ -87,9 +87,9 @@ int32_t tukredis_db_out_log_stat(int32_t handle) {
         if (handle < 0) {
             return -1;
         }
-        Ring &r = ring();
+        log_ring &r = ring();
         const std::lock_guard lock(r.mutex);
-        Entry &entry = slot_of(r, handle);
+        log_entry &entry = slot_of(r, handle);
         // The slot may have been reused by a later write since.
         if (entry.handle != handle) {
             return -1;
@@ -104,10 +104,10 @@ int32_t tukredis_db_out_log_stat(int32_t handle) {
 
 int32_t tukredis_out_log_pending(void) {
     return c_entry<int32_t>(-1, [] {
-        Ring &r = ring();
+        log_ring &r = ring();
         const std::lock_guard lock(r.mutex);
         int32_t pending = 0;
-        for (const Entry &entry : r.entries) {
+        for (const log_entry &entry : r.entries) {
             if (entry.handle >= 0 && !entry.done) {
                 ++pending;
             }

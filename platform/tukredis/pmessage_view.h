@@ -14,20 +14,20 @@ namespace tukredis {
 // [pmessage, pattern, channel, event], viewed in the reader's buffer. Valid
 // until the next call of next_pmessage, the next read from the socket or the
 // next reply hiredis parses.
-struct PmessageView {
+struct pmessage_view {
     std::string_view pattern;
     std::string_view channel;
     std::string_view event;
 };
 
-enum class InPlace {
-    message, // *view filled and the frame consumed
-    other,   // the next reply is not a plain pmessage: hiredis reads it
-    partial, // a pmessage whose end has not arrived: read the socket again
+enum class in_place {
+    MESSAGE, // *view filled and the frame consumed
+    OTHER,   // the next reply is not a plain pmessage: hiredis reads it
+    PARTIAL, // a pmessage whose end has not arrived: read the socket again
 };
 
 // The next buffered reply, when it is a pmessage of three bulk strings. Only
 // between replies: while hiredis holds half a reply it finishes it.
-InPlace next_pmessage(redisReader *reader, PmessageView &view) noexcept;
+in_place next_pmessage(redisReader *reader, pmessage_view &view) noexcept;
 
 } // namespace tukredis

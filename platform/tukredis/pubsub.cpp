@@ -20,8 +20,8 @@
 namespace tukredis {
 namespace {
 
-constexpr std::chrono::milliseconds kDefaultPingInterval{10000};
-constexpr std::chrono::milliseconds kLongestPingInterval{24L * 3600 * 1000};
+constexpr std::chrono::milliseconds DEFAULT_PING_INTERVAL{10000};
+constexpr std::chrono::milliseconds LONGEST_PING_INTERVAL{24L * 3600 * 1000};
 
 // How long the subscription connection may stay quiet before a PING checks
 // that the server is still there; as long again without an answer and the
@@ -30,20 +30,20 @@ constexpr std::chrono::milliseconds kLongestPingInterval{24L * 3600 * 1000};
 std::chrono::milliseconds ping_interval() {
     const char *text = std::getenv("TUKREDIS_PING_INTERVAL_MS");
     if (text == nullptr || text[0] == '\0') {
-        return kDefaultPingInterval;
+        return DEFAULT_PING_INTERVAL;
     }
     char *end = nullptr;
     errno = 0;
     const long long ms = std::strtoll(text, &end, 10);
-    if (errno != 0 || *end != '\0' || ms <= 0 || ms > kLongestPingInterval.count()) {
+    if (errno != 0 || *end != '\0' || ms <= 0 || ms > LONGEST_PING_INTERVAL.count()) {
         static bool reported = false;
         if (!reported) {
             reported = true;
             report("TUKREDIS_PING_INTERVAL_MS \"%s\" is not a positive number of milliseconds; "
                    "using %lld",
-                   text, static_cast<long long>(kDefaultPingInterval.count()));
+                   text, static_cast<long long>(DEFAULT_PING_INTERVAL.count()));
         }
-        return kDefaultPingInterval;
+        return DEFAULT_PING_INTERVAL;
     }
     return std::chrono::milliseconds(ms);
 }
@@ -52,8 +52,8 @@ std::string channel_prefix(uint32_t db) {
     return "__keyspace@" + std::to_string(db) + "__:";
 }
 
-RateLimit &drop_reports() {
-    static RateLimit *const limit = new RateLimit(std::chrono::seconds(10));
+rate_limit &drop_reports() {
+    static rate_limit *const limit = new rate_limit(std::chrono::seconds(10));
     return *limit;
 }
 
@@ -68,11 +68,11 @@ void report_dropped(size_t length, std::string_view key) {
 // into the reader's buffer or the frame, and the record is on the stack.
 // channel_length is the channel's true length, longer than channel when only
 // part of it was kept.
-void deliver(const Session &s, std::string_view pattern, std::string_view channel,
+void deliver(const session_state &s, std::string_view pattern, std::string_view channel,
              size_t channel_length, std::string_view event) {
     bool checked = false;
     std::string_view key;
-    int32_t code = kNotDelivered;
+    int32_t code = NOT_DELIVERED;
     const size_t rows = std::min(s.channel_patterns.size(), static_cast<size_t>(s.rows));
     for (size_t row = 0; row < rows; ++row) {
         if (s.channel_patterns[row] != pattern) {
@@ -87,7 +87,7 @@ void deliver(const Session &s, std::string_view pattern, std::string_view channe
             }
             key = channel.substr(prefix.size());
             code = event_code(event, key);
-            if (code == kNotDelivered) {
+            if (code == NOT_DELIVERED) {
                 return;
             }
             if (channel.size() < channel_length || !deliverable_key(key)) {
@@ -96,12 +96,12 @@ void deliver(const Session &s, std::string_view pattern, std::string_view channe
                 return;
             }
         }
-        LazyReply reply(static_cast<int32_t>(entry.db), key);
+        lazy_reply reply(static_cast<int32_t>(entry.db), key);
         tukredis_pmsg pmsg = make_pmsg(static_cast<int32_t>(entry.db), key, code, reply);
         {
             // Writes the handler makes are sent behind its notification
-            // without waiting for their replies; see DeferWrites.
-            const DeferWrites defer;
+            // without waiting for their replies; see defer_writes.
+            const defer_writes defer;
             entry.handler(&pmsg);
         }
         count(stats().delivered);
@@ -111,7 +111,7 @@ void deliver(const Session &s, std::string_view pattern, std::string_view channe
 // A reply hiredis parsed: a pmessage that is unusual in some way (a long
 // channel, which the frame keeps only in part), the answer to our PING
 // (["pong", ""] in subscribed mode) or a confirmation.
-void dispatch(const Session &s, const Frame &reply) {
+void dispatch(const session_state &s, const frame_buf &reply) {
     if (!reply.is_push("pmessage") || reply.elements != 4 || reply.nested) {
         return;
     }
@@ -129,16 +129,16 @@ void dispatch(const Session &s, const Frame &reply) {
 
 // Delivers every reply already read, pmessages in place and the rest through
 // hiredis, in the order they came. False when the reader failed.
-bool deliver_buffered(const Session &s, redisContext *context) {
+bool deliver_buffered(const session_state &s, redisContext *context) {
     for (;;) {
-        PmessageView view;
+        pmessage_view view;
         switch (next_pmessage(context->reader, view)) {
-        case InPlace::message:
+        case in_place::MESSAGE:
             deliver(s, view.pattern, view.channel, view.channel.size(), view.event);
             continue;
-        case InPlace::partial:
+        case in_place::PARTIAL:
             return true;
-        case InPlace::other:
+        case in_place::OTHER:
             break;
         }
         bool error = false;
@@ -158,7 +158,7 @@ bool settle_writes() {
 }
 
 int32_t psubscribe() {
-    Session &s = session();
+    session_state &s = session();
     if (s.table == nullptr) {
         report("tukredis_db_psubscrible: no table registered by tukredis_init");
         return -1;
@@ -182,7 +182,7 @@ int32_t psubscribe() {
     const std::string command = format_command(argv);
     redisContext *context = s.subscription.get();
     redisAppendFormattedCommand(context, command.data(), command.size());
-    const Deadline deadline(kDefaultCommandTimeout);
+    const io_deadline deadline(DEFAULT_COMMAND_TIMEOUT);
     std::string why;
     if (!flush_output(context, deadline, why)) {
         lose_subscription("subscribing: " + why);
@@ -194,7 +194,7 @@ int32_t psubscribe() {
             lose_subscription("subscribing: " + why);
             return -1;
         }
-        const Frame &reply = s.frame;
+        const frame_buf &reply = s.frame;
         if (reply.type == REDIS_REPLY_ERROR) {
             lose_subscription("subscription refused: " + std::string(reply.text()));
             return -1;
@@ -212,7 +212,7 @@ int32_t psubscribe() {
     // meanwhile wait on this one and are delivered by tukredis_pubsub.
     if (s.resync != nullptr) {
         {
-            const DeferWrites defer;
+            const defer_writes defer;
             s.resync(code);
         }
         // A write lost with the connection is not retried, as ever; the next
@@ -223,19 +223,19 @@ int32_t psubscribe() {
 }
 
 int32_t serve() {
-    Session &s = session();
+    session_state &s = session();
     if (!s.subscription || !s.subscribed) {
         return -1;
     }
     redisContext *context = s.subscription.get();
     const std::chrono::milliseconds interval = ping_interval();
-    Clock::time_point quiet_since = Clock::now();
-    Clock::time_point ping_sent_at{};
+    steady_clock::time_point quiet_since = steady_clock::now();
+    steady_clock::time_point ping_sent_at{};
     bool ping_sent = false;
     bool output_pending = false;
     for (;;) {
         while (!s.early.empty()) {
-            const Frame reply = s.early.front();
+            const frame_buf reply = s.early.front();
             s.early.pop_front();
             dispatch(s, reply);
         }
@@ -246,8 +246,9 @@ int32_t serve() {
         }
         (void)settle_writes();
 
-        const Clock::time_point due = ping_sent ? ping_sent_at + interval : quiet_since + interval;
-        const Clock::time_point now = Clock::now();
+        const steady_clock::time_point due =
+            ping_sent ? ping_sent_at + interval : quiet_since + interval;
+        const steady_clock::time_point now = steady_clock::now();
         if (now >= due) {
             if (ping_sent) {
                 lose_subscription("no answer to a ping within " + std::to_string(interval.count()) +
@@ -299,7 +300,7 @@ int32_t serve() {
                 lose_subscription(context_error(context));
                 return -1;
             }
-            quiet_since = Clock::now();
+            quiet_since = steady_clock::now();
             ping_sent = false;
         }
     }

@@ -16,12 +16,12 @@ namespace {
 
 // The longest text a 32-bit integer can take in any base, with a generous
 // margin for leading zeros.
-constexpr size_t kLongestInteger = 64;
+constexpr size_t LONGEST_INTEGER = 64;
 
 // The whole text must be one integer in base within int32 range: a value
 // with trailing junk is a corrupted record, not a number.
 bool parse_int32(std::string_view text, int base, int32_t &value) {
-    if (text.empty() || text.size() > kLongestInteger) {
+    if (text.empty() || text.size() > LONGEST_INTEGER) {
         return false;
     }
     if (base != 0 && (base < 2 || base > 36)) {
@@ -31,7 +31,7 @@ bool parse_int32(std::string_view text, int base, int32_t &value) {
     if (std::isspace(static_cast<unsigned char>(text.front())) != 0) {
         return false;
     }
-    char digits[kLongestInteger + 1];
+    char digits[LONGEST_INTEGER + 1];
     std::memcpy(digits, text.data(), text.size());
     digits[text.size()] = '\0';
     char *end = nullptr;
@@ -48,19 +48,20 @@ bool parse_int32(std::string_view text, int base, int32_t &value) {
     return true;
 }
 
-RateLimit &fetch_reports() {
-    static RateLimit *const limit = new RateLimit(std::chrono::seconds(10));
+rate_limit &fetch_reports() {
+    static rate_limit *const limit = new rate_limit(std::chrono::seconds(10));
     return *limit;
 }
 
 } // namespace
 
-bool LazyReply::fetch() {
+bool lazy_reply::fetch() {
     if (fetched_) {
         return true;
     }
     std::string why;
-    const ReplyPtr reply = run_one(db_, format_command({"GET", key_}), kDefaultCommandTimeout, why);
+    const reply_ptr reply =
+        run_one(db_, format_command({"GET", key_}), DEFAULT_COMMAND_TIMEOUT, why);
     if (reply && reply->type == REDIS_REPLY_STRING) {
         value_.assign(reply->str, reply->len);
         present_ = true;
@@ -83,7 +84,7 @@ bool deliverable_key(std::string_view key) noexcept {
     return key.size() < TUKREDIS_KEY_LEN && key.find('\0') == std::string_view::npos;
 }
 
-tukredis_pmsg make_pmsg(int32_t db, std::string_view key, int32_t cmd, LazyReply &reply) noexcept {
+tukredis_pmsg make_pmsg(int32_t db, std::string_view key, int32_t cmd, lazy_reply &reply) noexcept {
     tukredis_pmsg pmsg{};
     pmsg.db = db;
     std::memcpy(pmsg.key, key.data(), key.size());
@@ -101,7 +102,7 @@ int32_t tukredis_get_key_reply_strval(void *reply, char **value, uint32_t *len) 
         if (reply == nullptr || value == nullptr || len == nullptr) {
             return -1;
         }
-        auto *lazy = static_cast<LazyReply *>(reply);
+        auto *lazy = static_cast<lazy_reply *>(reply);
         if (!lazy->fetch()) {
             return -1;
         }
@@ -124,7 +125,7 @@ int32_t tukredis_get_key_reply_intval(void *reply, int32_t *value, int32_t base)
         if (reply == nullptr || value == nullptr) {
             return -1;
         }
-        auto *lazy = static_cast<LazyReply *>(reply);
+        auto *lazy = static_cast<lazy_reply *>(reply);
         if (!lazy->fetch() || !lazy->present()) {
             return -1;
         }

@@ -14,9 +14,9 @@ namespace tukredis {
 // it: most notifications are handled from the key alone, and those must not
 // cost a round trip to the server. The key is not copied: it must outlive the
 // reply, as the notification it came with does.
-class LazyReply {
+class lazy_reply {
   public:
-    LazyReply(int32_t db, std::string_view key) noexcept : db_(db), key_(key) {}
+    lazy_reply(int32_t db, std::string_view key) noexcept : db_(db), key_(key) {}
 
     // A reply whose value was fetched ahead, as the scan does per batch.
     void preset(bool present, std::string_view value) {
@@ -46,6 +46,6 @@ class LazyReply {
 bool deliverable_key(std::string_view key) noexcept;
 
 // A notification record for a deliverable key.
-tukredis_pmsg make_pmsg(int32_t db, std::string_view key, int32_t cmd, LazyReply &reply) noexcept;
+tukredis_pmsg make_pmsg(int32_t db, std::string_view key, int32_t cmd, lazy_reply &reply) noexcept;
 
 } // namespace tukredis

@@ -23,12 +23,12 @@ namespace {
 // whole MAC table, that is a round trip per 100 MAC addresses for every
 // pattern. 1000 slots keep one call well under a millisecond of the
 // server's time and the round trips ten times fewer.
-constexpr int32_t kLeastScanCount = 1000;
+constexpr int32_t LEAST_SCAN_COUNT = 1000;
 
 // Deletes the key only while it still carries a time-to-live. A SET after the
 // expiry was given clears the TTL, and running check and delete as one script
 // keeps such a key even against a SET racing with this call.
-constexpr std::string_view kDeleteIfExpiring =
+constexpr std::string_view DELETE_IF_EXPIRING =
     "if redis.call('PTTL', KEYS[1]) >= 0 then return redis.call('DEL', KEYS[1]) end return 0";
 
 // Walks the keys matching pattern in db, one batch per call of visit, with
@@ -36,14 +36,14 @@ constexpr std::string_view kDeleteIfExpiring =
 template <typename Visit>
 bool for_each_batch(int32_t db, const char *pattern, int32_t count, const char *operation,
                     Visit &&visit) {
-    const std::string batch_size = std::to_string(std::max(count, kLeastScanCount));
+    const std::string batch_size = std::to_string(std::max(count, LEAST_SCAN_COUNT));
     std::string cursor = "0";
     std::vector<std::string> keys;
     do {
         std::string why;
-        const ReplyPtr reply =
+        const reply_ptr reply =
             run_one(db, format_command({"SCAN", cursor, "MATCH", pattern, "COUNT", batch_size}),
-                    kDefaultCommandTimeout, why);
+                    DEFAULT_COMMAND_TIMEOUT, why);
         if (!reply || reply->type != REDIS_REPLY_ARRAY || reply->elements != 2 ||
             reply->element[0]->type != REDIS_REPLY_STRING ||
             reply->element[1]->type != REDIS_REPLY_ARRAY) {
@@ -78,7 +78,7 @@ template <typename Format>
 bool per_key_pipeline(int32_t db, const std::vector<std::string> &keys, const char *operation,
                       bool &refused, Format &&format) {
     std::string why;
-    if (DeferWrites::active()) {
+    if (defer_writes::active()) {
         for (const std::string &key : keys) {
             if (!command_connection().send(db, format(key), why)) {
                 report("%s in database %d: %s", operation, static_cast<int>(db), why.c_str());
@@ -92,12 +92,12 @@ bool per_key_pipeline(int32_t db, const std::vector<std::string> &keys, const ch
     for (const std::string &key : keys) {
         commands.push_back(format(key));
     }
-    std::vector<ReplyPtr> replies;
-    if (!command_connection().run(db, commands, replies, kDefaultCommandTimeout, why)) {
+    std::vector<reply_ptr> replies;
+    if (!command_connection().run(db, commands, replies, DEFAULT_COMMAND_TIMEOUT, why)) {
         report("%s in database %d: %s", operation, static_cast<int>(db), why.c_str());
         return false;
     }
-    for (const ReplyPtr &reply : replies) {
+    for (const reply_ptr &reply : replies) {
         if (reply->type == REDIS_REPLY_ERROR) {
             refused = true;
         }
@@ -108,15 +108,15 @@ bool per_key_pipeline(int32_t db, const std::vector<std::string> &keys, const ch
 // The values of a batch's keys, one pipelined GET each (not MGET: a key of
 // another type must fail to read, as it does when fetched alone). A reply
 // that is neither a value nor nil leaves its key to be fetched when read.
-void prefetch(int32_t db, const std::vector<std::string> &keys, std::vector<LazyReply> &replies) {
+void prefetch(int32_t db, const std::vector<std::string> &keys, std::vector<lazy_reply> &replies) {
     std::vector<std::string> commands;
     commands.reserve(keys.size());
     for (const std::string &key : keys) {
         commands.push_back(format_command({"GET", key}));
     }
-    std::vector<ReplyPtr> values;
+    std::vector<reply_ptr> values;
     std::string why;
-    if (!command_connection().run(db, commands, values, kDefaultCommandTimeout, why)) {
+    if (!command_connection().run(db, commands, values, DEFAULT_COMMAND_TIMEOUT, why)) {
         return; // each handler's read tries again, and reports
     }
     for (size_t i = 0; i < values.size() && i < replies.size(); ++i) {
@@ -133,11 +133,11 @@ int32_t scan(int32_t db, const char *pattern, int32_t count, tukredis_handler ha
     if (pattern == nullptr || handler == nullptr) {
         return -1;
     }
-    const bool nested = DeferWrites::active();
+    const bool nested = defer_writes::active();
     // SCAN may return a key more than once; the handler sees it once.
     std::unordered_set<std::string> seen;
     std::vector<std::string> fresh;
-    std::vector<LazyReply> replies;
+    std::vector<lazy_reply> replies;
     const bool ok = for_each_batch(db, pattern, count, "scan", [&](const auto &keys) {
         fresh.clear();
         for (const std::string &key : keys) {
@@ -151,7 +151,7 @@ int32_t scan(int32_t db, const char *pattern, int32_t count, tukredis_handler ha
         }
         prefetch(db, fresh, replies);
         // The handlers' writes ride in the pipeline of the next batch.
-        const DeferWrites defer;
+        const defer_writes defer;
         for (size_t i = 0; i < fresh.size(); ++i) {
             tukredis_pmsg pmsg = make_pmsg(db, fresh[i], TUKREDIS_CMD_SET, replies[i]);
             // A handler's failure concerns its key only.
@@ -188,7 +188,7 @@ int32_t del_expire(int32_t db, const char *pattern, int32_t count) {
     bool refused = false;
     const bool ok = for_each_batch(db, pattern, count, "del_expire", [&](const auto &keys) {
         return per_key_pipeline(db, keys, "del_expire", refused, [&](const std::string &key) {
-            return format_command({"EVAL", kDeleteIfExpiring, "1", key});
+            return format_command({"EVAL", DELETE_IF_EXPIRING, "1", key});
         });
     });
     return ok && !refused ? 0 : -1;

@@ -17,23 +17,23 @@
 namespace tukredis {
 
 // Pause between connection attempts: 50 ms, doubling up to 1 s.
-class Backoff {
+class connect_backoff {
   public:
-    static constexpr std::chrono::milliseconds kFirst{50};
-    static constexpr std::chrono::milliseconds kLongest{1000};
+    static constexpr std::chrono::milliseconds FIRST{50};
+    static constexpr std::chrono::milliseconds LONGEST{1000};
 
     std::chrono::milliseconds next() noexcept {
         const auto pause = current_;
-        current_ = std::min(current_ * 2, kLongest);
+        current_ = std::min(current_ * 2, LONGEST);
         return pause;
     }
-    void reset() noexcept { current_ = kFirst; }
+    void reset() noexcept { current_ = FIRST; }
 
   private:
-    std::chrono::milliseconds current_ = kFirst;
+    std::chrono::milliseconds current_ = FIRST;
 };
 
-struct Session {
+struct session_state {
     // The registration, kept by reference as the daemon's table is static.
     const tukredis_sub_row *table = nullptr;
     int32_t rows = 0;
@@ -41,8 +41,8 @@ struct Session {
 
     // The subscription connection; null once lost. Its reader builds every
     // reply into frame.
-    ContextPtr subscription;
-    Frame frame;
+    context_ptr subscription;
+    frame_buf frame;
     bool subscribed = false;
     // Per row, the channel pattern "__keyspace@<db>__:<pattern>" it was
     // subscribed with; the server names it in every pmessage. Built once per
@@ -51,17 +51,17 @@ struct Session {
     std::vector<std::string> channel_patterns;
     std::vector<size_t> prefix_lengths;
     // Messages that arrived ahead of the subscription's last confirmation.
-    std::deque<Frame> early;
+    std::deque<frame_buf> early;
 
     // The re-synchronisation callback gets 0 only once per process.
     bool subscribed_before = false;
 
-    Backoff backoff;
+    connect_backoff backoff;
     bool connected_before = false;
-    Clock::time_point last_connected{};
+    steady_clock::time_point last_connected{};
 };
 
-Session &session();
+session_state &session();
 
 // Frees the subscription connection.
 void close_subscription();

@@ -9,7 +9,7 @@
 
 namespace tukredis {
 
-struct Stats {
+struct bus_stats {
     std::atomic<uint32_t> delivered{0};
     std::atomic<uint32_t> dropped{0};
     std::atomic<uint32_t> connect_attempts{0};
@@ -18,7 +18,7 @@ struct Stats {
     std::atomic<uint32_t> exchanges{0};
 };
 
-Stats &stats() noexcept;
+bus_stats &stats() noexcept;
 
 inline void count(std::atomic<uint32_t> &counter) noexcept {
     counter.fetch_add(1, std::memory_order_relaxed);

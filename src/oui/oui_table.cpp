@@ -17,7 +17,7 @@ static_assert(sizeof(vvlan_oui_oper) >= 14);
 
 // The six address bytes of a word loaded from memory: the low end of a
 // little-endian word, the high end of a big-endian one.
-constexpr uint64_t kSixBytes =
+constexpr uint64_t SIX_BYTES =
     std::endian::native == std::endian::little ? 0x0000ffffffffffffULL : 0xffffffffffff0000ULL;
 
 uint64_t load_word(const unsigned char *bytes) noexcept {
@@ -36,7 +36,7 @@ std::size_t oui_first_match(const mac_addr &address) noexcept {
         const auto *bytes = reinterpret_cast<const unsigned char *>(&g_vvlan_oui_table[i]);
         const uint64_t mac = load_word(bytes);      // mac, then mask[0..1]
         const uint64_t mask = load_word(bytes + 6); // mask, then enable, extra[0]
-        if ((((wanted & mask) ^ mac) & kSixBytes) == 0 && g_vvlan_oui_table[i].enable != 0) {
+        if ((((wanted & mask) ^ mac) & SIX_BYTES) == 0 && g_vvlan_oui_table[i].enable != 0) {
             return i;
         }
     }

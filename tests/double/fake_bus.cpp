@@ -14,11 +14,11 @@
 
 namespace fake {
 
-db_write SET(int32_t db, const std::string &key, const std::string &value) {
+db_write set_write(int32_t db, const std::string &key, const std::string &value) {
     return db_write{db, {"SET", key, value}};
 }
 
-db_write DEL(int32_t db, const std::string &key) {
+db_write del_write(int32_t db, const std::string &key) {
     return db_write{db, {"DEL", key}};
 }
 
@@ -261,17 +261,17 @@ message::message(int32_t db, const std::string &key, int32_t cmd) {
     std::strncpy(pmsg.key, key.c_str(), sizeof pmsg.key - 1);
     pmsg.cmd = cmd;
     pmsg.reply = &rep;
-    rep.what = reply::state::absent;
+    rep.what = reply::state::ABSENT;
 }
 
 message::message(int32_t db, const std::string &key, int32_t cmd, const std::string &value)
     : message(db, key, cmd) {
-    rep.what = reply::state::value;
+    rep.what = reply::state::VALUE;
     rep.value = value;
 }
 
 message &message::fail_read(int32_t code) {
-    rep.what = reply::state::fail;
+    rep.what = reply::state::FAILED;
     rep.fail_code = code;
     return *this;
 }
@@ -464,10 +464,10 @@ int32_t tukredis_get_key_reply_intval(void *reply, int32_t *value, int32_t base)
         return -1;
     }
     ++rep->reads;
-    if (rep->what == fake::reply::state::fail) {
+    if (rep->what == fake::reply::state::FAILED) {
         return rep->fail_code;
     }
-    if (rep->what == fake::reply::state::absent || !fake::strict_int(rep->value, base, value)) {
+    if (rep->what == fake::reply::state::ABSENT || !fake::strict_int(rep->value, base, value)) {
         return -1;
     }
     return 0;
@@ -485,13 +485,13 @@ int32_t tukredis_get_key_reply_strval(void *reply, char **value, uint32_t *len) 
     }
     ++rep->reads;
     switch (rep->what) {
-    case fake::reply::state::fail:
+    case fake::reply::state::FAILED:
         return rep->fail_code;
-    case fake::reply::state::absent:
+    case fake::reply::state::ABSENT:
         *value = nullptr;
         *len = 0;
         return 0;
-    case fake::reply::state::value: {
+    case fake::reply::state::VALUE: {
         static char empty[1] = {'\0'};
         if (rep->exact.size() != rep->value.size() ||
             !std::equal(rep->exact.begin(), rep->exact.end(), rep->value.begin())) {

@@ -50,8 +50,8 @@ struct db_write {
     bool operator==(const db_write &) const = default;
 };
 
-db_write SET(int32_t db, const std::string &key, const std::string &value);
-db_write DEL(int32_t db, const std::string &key);
+db_write set_write(int32_t db, const std::string &key, const std::string &value);
+db_write del_write(int32_t db, const std::string &key);
 std::string bytes(std::initializer_list<int> values); // raw value from byte values
 
 // Recording (true, the default) or lean (false); see above. Also switches
@@ -63,8 +63,8 @@ long commands_issued();
 
 // The reply handle a test hands to a handler inside a tukredis_pmsg.
 struct reply {
-    enum class state { value, absent, fail };
-    state what = state::absent;
+    enum class state { VALUE, ABSENT, FAILED };
+    state what = state::ABSENT;
     std::string value;
     int32_t fail_code = -1; // what a failed read returns
     int reads = 0;

@@ -54,7 +54,7 @@ void reset_daemon_state() {
 
 void reset_all() {
     posix_faults::reset();
-    sleep_control::get().reset(sleep_mode::controlled);
+    sleep_control::get().reset(sleep_mode::CONTROLLED);
     reset_daemon_state();
     posix_faults::reset(); // reset_daemon_state initialised the mutex through the wrap
     bus::get().reset();

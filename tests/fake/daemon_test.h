@@ -28,14 +28,14 @@ void PrintTo(const db_write &w, std::ostream *os);
 void PrintTo(const expected_line &l, std::ostream *os);
 
 // (function, level, text) of a line, for ElementsAre and Contains.
-inline expected_line L(const std::string &func, int level, const std::string &text) {
+inline expected_line level_line(const std::string &func, int level, const std::string &text) {
     return expected_line{func, level, text};
 }
-inline expected_line INFO(const std::string &func, const std::string &text) {
-    return L(func, 1, text);
+inline expected_line info_line(const std::string &func, const std::string &text) {
+    return level_line(func, 1, text);
 }
-inline expected_line ERR(const std::string &func, const std::string &text) {
-    return L(func, 2, text);
+inline expected_line err_line(const std::string &func, const std::string &text) {
+    return level_line(func, 2, text);
 }
 
 } // namespace fake
@@ -46,7 +46,7 @@ class DaemonTest : public ::testing::Test {
     void TearDown() override {
         EXPECT_EQ(fake::bus::get().check_write_convention(), "");
         fake::stop_aging_thread();
-        fake::sleep_control::get().reset(fake::sleep_mode::real);
+        fake::sleep_control::get().reset(fake::sleep_mode::REAL);
     }
 
     fake::bus &bus() { return fake::bus::get(); }

@@ -29,7 +29,7 @@ std::atomic<int> g_mutex_calls{0};
 std::atomic<int> g_fcntl_errno{0};
 std::atomic<std::size_t> g_malloc_size{0};
 std::atomic<int> g_malloc_count{0};
-std::atomic<sleep_mode> g_sleep_mode{sleep_mode::real};
+std::atomic<sleep_mode> g_sleep_mode{sleep_mode::REAL};
 std::atomic<long> g_getpid_calls{0};
 
 // Controlled clock state, guarded by a plain pthread mutex because the
@@ -138,14 +138,14 @@ std::vector<unsigned> sleep_control::requests() {
 
 unsigned sleep_control::sleep_for(unsigned seconds) {
     switch (g_sleep_mode.load()) {
-    case sleep_mode::real:
+    case sleep_mode::REAL:
         return __real_sleep(seconds);
-    case sleep_mode::instant: {
+    case sleep_mode::INSTANT: {
         const timespec pause{0, 200000}; // 0.2 ms: a cancellation point, no busy loop
         nanosleep(&pause, nullptr);
         return 0;
     }
-    case sleep_mode::controlled:
+    case sleep_mode::CONTROLLED:
         break;
     }
     pthread_mutex_lock(&g_clock_mutex);

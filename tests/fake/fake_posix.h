@@ -26,9 +26,9 @@ struct posix_faults {
 };
 
 enum class sleep_mode {
-    real,       // sleep() as it is
-    controlled, // a sleeping thread waits until the test releases it
-    instant,    // returns after a short real pause; still a cancellation point
+    REAL,       // sleep() as it is
+    CONTROLLED, // a sleeping thread waits until the test releases it
+    INSTANT,    // returns after a short real pause; still a cancellation point
 };
 
 // The aging thread's clock. In controlled mode a test steps the thread from

@@ -22,7 +22,7 @@ constexpr int32_t ANY_INT2 = 7654321;
 constexpr mac_addr ANY_MAC{0xa1, 0xa2, 0xa3, 0xa4, 0xa5, 0xa6};
 constexpr mac_addr ANY_MASK{0xb1, 0xb2, 0xb3, 0xb4, 0xb5, 0xb6};
 
-enum class part_kind { literal, integer, u16, hex12 };
+enum class part_kind { LITERAL, INTEGER, U16, HEX12 };
 
 struct part {
     part_kind kind;
@@ -35,11 +35,11 @@ using key_form_parts = std::vector<part>;
 
 const std::vector<std::pair<std::string, part_kind>> &placeholders() {
     static const std::vector<std::pair<std::string, part_kind>> p = {
-        {std::to_string(ANY_INT), part_kind::integer},
-        {std::to_string(ANY_INT2), part_kind::integer},
-        {std::to_string(ANY_U16), part_kind::u16},
-        {mac_hex12(ANY_MAC).data(), part_kind::hex12},
-        {mac_hex12(ANY_MASK).data(), part_kind::hex12},
+        {std::to_string(ANY_INT), part_kind::INTEGER},
+        {std::to_string(ANY_INT2), part_kind::INTEGER},
+        {std::to_string(ANY_U16), part_kind::U16},
+        {mac_hex12(ANY_MAC).data(), part_kind::HEX12},
+        {mac_hex12(ANY_MASK).data(), part_kind::HEX12},
     };
     return p;
 }
@@ -58,8 +58,8 @@ key_form_parts key_form(const key_buf &built) {
             }
         }
         if (!replaced) {
-            if (out.empty() || out.back().kind != part_kind::literal) {
-                out.push_back({part_kind::literal, ""});
+            if (out.empty() || out.back().kind != part_kind::LITERAL) {
+                out.push_back({part_kind::LITERAL, ""});
             }
             out.back().text.push_back(text[i++]);
         }
@@ -79,15 +79,15 @@ bool matches(const std::string &key, const key_form_parts &form) {
     std::size_t i = 0;
     for (const part &p : form) {
         switch (p.kind) {
-        case part_kind::literal:
+        case part_kind::LITERAL:
             if (key.compare(i, p.text.size(), p.text) != 0) {
                 return false;
             }
             i += p.text.size();
             break;
-        case part_kind::integer:
-        case part_kind::u16: {
-            if (p.kind == part_kind::integer && i < key.size() && key[i] == '-') {
+        case part_kind::INTEGER:
+        case part_kind::U16: {
+            if (p.kind == part_kind::INTEGER && i < key.size() && key[i] == '-') {
                 ++i;
             }
             const std::size_t start = i;
@@ -99,7 +99,7 @@ bool matches(const std::string &key, const key_form_parts &form) {
             }
             break;
         }
-        case part_kind::hex12:
+        case part_kind::HEX12:
             for (std::size_t k = 0; k < 12; ++k, ++i) {
                 if (i >= key.size() || !is_hex(key[i])) {
                     return false;

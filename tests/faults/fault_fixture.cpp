@@ -158,7 +158,7 @@ db_state FaultTest::snapshot() {
     db_state out;
     for (int db : {DB_STATE, DB_CONFIG}) {
         for (const std::string &key : redis().keys(db, "*")) {
-            const testsupport::Reply type = redis().command(db, {"TYPE", key});
+            const testsupport::reply_ptr type = redis().command(db, {"TYPE", key});
             const std::string kind(type->str, type->len);
             if (kind == "string") {
                 out[{db, key}] = redis().get(db, key).value_or("");
@@ -177,9 +177,9 @@ db_state FaultTest::fresh_daemon_state() {
     daemon_.reset();
     faulted_server_ = std::move(server_);
     faulted_client_ = std::move(client_);
-    server_ = std::make_unique<testsupport::RedisServer>();
+    server_ = std::make_unique<testsupport::redis_server>();
     server_->start();
-    client_ = std::make_unique<testsupport::RedisClient>(server_->socket_path());
+    client_ = std::make_unique<testsupport::redis_client>(server_->socket_path());
     start_daemon(true);
 
     // Each key as it stands now, in the order of its last write.

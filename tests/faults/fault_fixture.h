@@ -83,8 +83,8 @@ class FaultTest : public integration::DaemonTest {
     void remove(int db, const key_buf &key);
 
     std::vector<input> inputs_;
-    std::unique_ptr<testsupport::RedisServer> faulted_server_;
-    std::unique_ptr<testsupport::RedisClient> faulted_client_;
+    std::unique_ptr<testsupport::redis_server> faulted_server_;
+    std::unique_ptr<testsupport::redis_client> faulted_client_;
 };
 
 } // namespace faults

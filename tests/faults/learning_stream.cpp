@@ -43,7 +43,7 @@ std::vector<std::string> learning_stream::stop() {
 }
 
 void learning_stream::run() {
-    testsupport::RedisClient client(socket_path_, std::chrono::milliseconds(500));
+    testsupport::redis_client client(socket_path_, std::chrono::milliseconds(500));
     for (uint32_t n = 0; !stop_; ++n) {
         const stream_step &s = steps()[n % steps().size()];
         const std::string key =

@@ -6,8 +6,8 @@
 
 namespace faults {
 
-std::vector<client_info> list_clients(testsupport::RedisClient &admin) {
-    const testsupport::Reply reply = admin.command({"CLIENT", "LIST"});
+std::vector<client_info> list_clients(testsupport::redis_client &admin) {
+    const testsupport::reply_ptr reply = admin.command({"CLIENT", "LIST"});
     if (!reply || reply->type != REDIS_REPLY_STRING) {
         throw std::runtime_error("CLIENT LIST gave no text");
     }
@@ -32,8 +32,8 @@ std::vector<client_info> list_clients(testsupport::RedisClient &admin) {
     return out;
 }
 
-int kill_command_clients(testsupport::RedisClient &admin, const std::set<long long> &spared) {
-    const testsupport::Reply me = admin.command({"CLIENT", "ID"});
+int kill_command_clients(testsupport::redis_client &admin, const std::set<long long> &spared) {
+    const testsupport::reply_ptr me = admin.command({"CLIENT", "ID"});
     const long long own = me && me->type == REDIS_REPLY_INTEGER ? me->integer : -1;
     int killed = 0;
     for (const client_info &c : list_clients(admin)) {
@@ -42,7 +42,8 @@ int kill_command_clients(testsupport::RedisClient &admin, const std::set<long lo
         if (c.id == own || spared.contains(c.id) || !normal) {
             continue;
         }
-        const testsupport::Reply r = admin.command({"CLIENT", "KILL", "ID", std::to_string(c.id)});
+        const testsupport::reply_ptr r =
+            admin.command({"CLIENT", "KILL", "ID", std::to_string(c.id)});
         if (r && r->type == REDIS_REPLY_INTEGER) {
             killed += static_cast<int>(r->integer);
         }
@@ -50,11 +51,11 @@ int kill_command_clients(testsupport::RedisClient &admin, const std::set<long lo
     return killed;
 }
 
-int kill_subscription_clients(testsupport::RedisClient &admin) {
+int kill_subscription_clients(testsupport::redis_client &admin) {
     return static_cast<int>(admin.client_kill_pubsub());
 }
 
-void shutdown_keeping_data(testsupport::RedisServer &server, testsupport::RedisClient &admin) {
+void shutdown_keeping_data(testsupport::redis_server &server, testsupport::redis_client &admin) {
     try {
         admin.command({"SHUTDOWN", "SAVE"});
     } catch (const std::runtime_error &) {

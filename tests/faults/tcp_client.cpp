@@ -38,7 +38,7 @@ tcp_client::~tcp_client() {
     redisFree(context_);
 }
 
-testsupport::Reply tcp_client::run(int db, const std::vector<std::string> &argv) {
+testsupport::reply_ptr tcp_client::run(int db, const std::vector<std::string> &argv) {
     auto exchange = [&](const std::vector<std::string> &args) {
         std::vector<const char *> pointers;
         std::vector<size_t> lengths;
@@ -51,7 +51,7 @@ testsupport::Reply tcp_client::run(int db, const std::vector<std::string> &argv)
         if (reply == nullptr) {
             throw std::runtime_error(std::string("tcp client: ") + context_->errstr);
         }
-        return testsupport::Reply(reply);
+        return testsupport::reply_ptr(reply);
     };
     if (db != db_) {
         exchange({"SELECT", std::to_string(db)});

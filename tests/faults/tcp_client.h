@@ -23,7 +23,7 @@ class tcp_client {
 
     // Binary-safe; selects db first when it changes. Throws
     // std::runtime_error on I/O failure; error replies are returned.
-    testsupport::Reply run(int db, const std::vector<std::string> &argv);
+    testsupport::reply_ptr run(int db, const std::vector<std::string> &argv);
 
   private:
     redisContext *context_;

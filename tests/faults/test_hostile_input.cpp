@@ -39,7 +39,7 @@ class HostileInputTest : public FaultTest {
         bool copied = false;
         testsupport::eventually(
             [&] {
-                const testsupport::Reply r = c.run(DB_STATE, {"GET", key});
+                const testsupport::reply_ptr r = c.run(DB_STATE, {"GET", key});
                 copied = r->type == REDIS_REPLY_STRING && std::string(r->str, r->len) == value;
                 return copied || !daemon().running();
             },
@@ -131,11 +131,11 @@ TEST_F(HostileInputTest, DaemonStaysInsideItsKeysAndStillJoins) {
                                                     device(OUI_A.oui, 0x5555))),
                           ""});
     ASSERT_NO_FATAL_FAILURE(tcp_barrier(writer));
-    const testsupport::Reply join =
+    const testsupport::reply_ptr join =
         writer.run(DB_CONFIG, {"GET", key_text(join_request_key(FRESH_PORT))});
     ASSERT_EQ(join->type, REDIS_REPLY_STRING);
     EXPECT_EQ(std::string(join->str, join->len), join_request_value(FRESH_PORT));
-    const testsupport::Reply mode2 =
+    const testsupport::reply_ptr mode2 =
         writer.run(DB_STATE, {"GET", key_text(port_oper_key(FRESH_PORT, PORT_MODE_JOINED))});
     EXPECT_EQ(mode2->type, REDIS_REPLY_STRING);
 

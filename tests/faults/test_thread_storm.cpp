@@ -24,7 +24,7 @@ class ThreadStormTest : public FaultTest {
     // not a flood the daemon could only queue.
     void play_phones(const std::atomic<bool> &stop, std::atomic<long> &count,
                      const std::atomic<int> &pause_ms) {
-        testsupport::RedisClient client(server().socket_path());
+        testsupport::redis_client client(server().socket_path());
         while (!stop) {
             for (int32_t ifx : AUTO_PORTS) {
                 const std::string key =
@@ -77,7 +77,7 @@ TEST_F(ThreadStormTest, VidAndAgingWritesWhilePhonesComeAndGo) {
 
     // The storm: aging times (each a stop and a start of the aging thread),
     // VLAN id writes, and now and then the voice VLAN off and on again.
-    testsupport::RedisClient control(server().socket_path());
+    testsupport::redis_client control(server().socket_path());
     const std::string vid = key_text(vid_key(VOICE_VLAN));
     for (int n = 0; n < CONTROL_WRITES; ++n) {
         if (n % 4 == 3) {

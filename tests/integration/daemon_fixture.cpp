@@ -100,9 +100,9 @@ void DaemonTest::SetUp() {
     unlink(pid_file().c_str());
     unlink(ham_file().c_str());
     unlink(marker_file().c_str());
-    server_ = std::make_unique<testsupport::RedisServer>();
+    server_ = std::make_unique<testsupport::redis_server>();
     server_->start();
-    client_ = std::make_unique<testsupport::RedisClient>(server_->socket_path());
+    client_ = std::make_unique<testsupport::redis_client>(server_->socket_path());
 }
 
 namespace {

@@ -68,8 +68,8 @@ class DaemonTest : public ::testing::Test {
     // them with saw_line.)
     void barrier();
 
-    testsupport::RedisClient &redis() { return *client_; }
-    testsupport::RedisServer &server() { return *server_; }
+    testsupport::redis_client &redis() { return *client_; }
+    testsupport::redis_server &server() { return *server_; }
     void cfg_set(const std::string &key, const std::string &value) { redis().set(1, key, value); }
     void cfg_del(const std::string &key) { redis().del(1, key); }
     void fwd_set(const std::string &key, const std::string &value) { redis().set(0, key, value); }
@@ -88,8 +88,8 @@ class DaemonTest : public ::testing::Test {
         return wait_line(func, level, text, patience(5s));
     }
 
-    std::unique_ptr<testsupport::RedisServer> server_;
-    std::unique_ptr<testsupport::RedisClient> client_;
+    std::unique_ptr<testsupport::redis_server> server_;
+    std::unique_ptr<testsupport::redis_client> client_;
     std::unique_ptr<daemon_process> daemon_;
     int barrier_value_ = 1000;
 };

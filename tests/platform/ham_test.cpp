@@ -19,13 +19,13 @@ class HamTest : public ::testing::Test {
 };
 
 TEST_F(HamTest, InitSaysExactlyOneLine) {
-    testsupport::FdCapture capture;
+    testsupport::fd_capture capture;
     EXPECT_EQ(ham_agent_init(), 0);
     EXPECT_EQ(capture.text(), "ham: ham_agent_init()\n");
 }
 
 TEST_F(HamTest, RegistrationSaysItsArguments) {
-    testsupport::FdCapture capture;
+    testsupport::fd_capture capture;
     EXPECT_EQ(reg_process_exit_action(3, -1), 0);
     EXPECT_EQ(reg_process_exit_action(0, 2147483647), 0);
     EXPECT_EQ(capture.text(), "ham: reg_process_exit_action(3, -1)\n"
@@ -35,7 +35,7 @@ TEST_F(HamTest, RegistrationSaysItsArguments) {
 TEST_F(HamTest, ResultsComeFromTheEnvironment) {
     setenv("HAM_AGENT_INIT_RESULT", "5", 1);
     setenv("HAM_AGENT_REG_RESULT", "-4", 1);
-    testsupport::FdCapture capture;
+    testsupport::fd_capture capture;
     EXPECT_EQ(ham_agent_init(), 5);
     EXPECT_EQ(reg_process_exit_action(1, 2), -4);
     EXPECT_EQ(capture.text(), "ham: ham_agent_init()\n"
@@ -45,7 +45,7 @@ TEST_F(HamTest, ResultsComeFromTheEnvironment) {
 TEST_F(HamTest, UnparsableResultsFail) {
     setenv("HAM_AGENT_INIT_RESULT", "five", 1);
     setenv("HAM_AGENT_REG_RESULT", "", 1);
-    testsupport::FdCapture capture;
+    testsupport::fd_capture capture;
     EXPECT_EQ(ham_agent_init(), -1);
     EXPECT_EQ(reg_process_exit_action(1, 2), -1);
     const std::string said = capture.text();

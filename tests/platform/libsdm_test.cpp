@@ -11,12 +11,12 @@
 
 namespace {
 
-constexpr int kMode = 2;
+constexpr int MODE = 2;
 
 // A map file in a private temporary place, removed at the end of the test.
-class MapFile {
+class map_file {
   public:
-    explicit MapFile(const std::string &text) {
+    explicit map_file(const std::string &text) {
         const char *tmp = std::getenv("TMPDIR");
         path_ = std::string(tmp != nullptr && tmp[0] != '\0' ? tmp : "/tmp") + "/sdm-XXXXXX";
         const int fd = mkstemp(path_.data());
@@ -25,7 +25,7 @@ class MapFile {
         }
         std::ofstream(path_) << text;
     }
-    ~MapFile() { unlink(path_.c_str()); }
+    ~map_file() { unlink(path_.c_str()); }
     const std::string &path() const { return path_; }
 
   private:
@@ -44,9 +44,9 @@ class LibsdmTest : public ::testing::Test {
 
     // Runs libsdm_init with the map, returning its result and what it said.
     int init_with_map(const std::string &text, std::string *said = nullptr) {
-        const MapFile file(text);
+        const map_file file(text);
         setenv("LIBSDM_PORT_MAP", file.path().c_str(), 1);
-        testsupport::FdCapture capture;
+        testsupport::fd_capture capture;
         const int result = libsdm_init("dov_vvlan", 0);
         if (said != nullptr) {
             *said = capture.text();
@@ -56,7 +56,7 @@ class LibsdmTest : public ::testing::Test {
 
     static uint32_t ifx_of(uint32_t phyid, int *rc = nullptr) {
         uint32_t ifx = 0xdeadbeef;
-        const int result = libsdm_get_ifx_by_phyid(phyid, &ifx, kMode);
+        const int result = libsdm_get_ifx_by_phyid(phyid, &ifx, MODE);
         if (rc != nullptr) {
             *rc = result;
         }
@@ -64,7 +64,7 @@ class LibsdmTest : public ::testing::Test {
     }
     static uint32_t phyid_of(uint32_t ifx, int *rc = nullptr) {
         uint32_t phyid = 0xdeadbeef;
-        const int result = libsdm_get_phyid_by_ifx(ifx, &phyid, kMode);
+        const int result = libsdm_get_phyid_by_ifx(ifx, &phyid, MODE);
         if (rc != nullptr) {
             *rc = result;
         }
@@ -99,8 +99,8 @@ TEST_F(LibsdmTest, DefaultMapRefusesPortsOutsideTheFrontPanel) {
 }
 
 TEST_F(LibsdmTest, NullOutputIsRefused) {
-    EXPECT_NE(libsdm_get_ifx_by_phyid(1, nullptr, kMode), 0);
-    EXPECT_NE(libsdm_get_phyid_by_ifx(0, nullptr, kMode), 0);
+    EXPECT_NE(libsdm_get_ifx_by_phyid(1, nullptr, MODE), 0);
+    EXPECT_NE(libsdm_get_phyid_by_ifx(0, nullptr, MODE), 0);
 }
 
 TEST_F(LibsdmTest, MapFileReplacesTheDefault) {
@@ -160,7 +160,7 @@ TEST_F(LibsdmTest, MapFileHoldsAtMost256Entries) {
 
 TEST_F(LibsdmTest, MissingMapFileFails) {
     setenv("LIBSDM_PORT_MAP", "/nonexistent/sdm.map", 1);
-    testsupport::FdCapture capture;
+    testsupport::fd_capture capture;
     EXPECT_NE(libsdm_init("dov_vvlan", 0), 0);
     EXPECT_NE(capture.text().find("/nonexistent/sdm.map"), std::string::npos);
 }
@@ -177,7 +177,7 @@ TEST_F(LibsdmTest, InitResultCanBeForced) {
 TEST_F(LibsdmTest, UnparsableForcedResultFails) {
     for (const char *text : {"abc", "", "1x", " 1"}) {
         setenv("LIBSDM_INIT_RESULT", text, 1);
-        testsupport::FdCapture capture;
+        testsupport::fd_capture capture;
         EXPECT_EQ(libsdm_init("dov_vvlan", 0), -1) << '"' << text << '"';
         EXPECT_NE(capture.text().find("LIBSDM_INIT_RESULT"), std::string::npos);
     }

@@ -10,13 +10,13 @@
 namespace platformtest {
 namespace {
 
-constexpr size_t kBurst = 500; // keys per MULTI, two events each
-constexpr size_t kWarmUpBursts = 2;
-constexpr size_t kMeasuredBursts = 4;
-constexpr size_t kEvents = 2 * kBurst * (kWarmUpBursts + kMeasuredBursts);
+constexpr size_t BURST = 500; // keys per MULTI, two events each
+constexpr size_t WARM_UP_BURSTS = 2;
+constexpr size_t MEASURED_BURSTS = 4;
+constexpr size_t EVENTS = 2 * BURST * (WARM_UP_BURSTS + MEASURED_BURSTS);
 
 // The handler only notes the count: the array is sized up front.
-std::array<uint64_t, kEvents> g_counts;
+std::array<uint64_t, EVENTS> g_counts;
 std::atomic<size_t> g_calls{0};
 
 int32_t note_allocations(tukredis_pmsg *pmsg) {
@@ -48,12 +48,12 @@ tukredis_sub_row row_with(uint32_t db, const char *pattern, tukredis_handler han
 
 // Learned and aged addresses, as the forwarding layer writes them, all at
 // once: the notifications arrive as a backlog.
-void learn_and_age(testsupport::RedisClient &client, size_t burst) {
+void learn_and_age(testsupport::redis_client &client, size_t burst) {
     client.command(0, {"MULTI"});
-    for (size_t i = 0; i < kBurst; ++i) {
+    for (size_t i = 0; i < BURST; ++i) {
         char key[64];
         std::snprintf(key, sizeof key, "/bri/mac/macTblDyn_vvlan/100/6/00e0bb%06zx",
-                      burst * kBurst + i);
+                      burst * BURST + i);
         client.command(0, {"SET", key, ""});
         client.command(0, {"DEL", key});
     }
@@ -66,15 +66,15 @@ TEST_F(TukredisTest, ANotificationAllocatesNothingInSteadyState) {
                    row_with(0, "/bri/mac/macTblDyn_vvlan/*", note_allocations)});
     connect_and_subscribe();
     start_pubsub();
-    for (size_t burst = 0; burst < kWarmUpBursts + kMeasuredBursts; ++burst) {
+    for (size_t burst = 0; burst < WARM_UP_BURSTS + MEASURED_BURSTS; ++burst) {
         learn_and_age(*client_, burst);
-        const size_t expected = 2 * kBurst * (burst + 1);
+        const size_t expected = 2 * BURST * (burst + 1);
         ASSERT_EVENTUALLY(20s, g_calls.load(std::memory_order_acquire) >= expected);
     }
-    ASSERT_EQ(g_calls.load(), kEvents);
-    const size_t first = 2 * kBurst * kWarmUpBursts;
-    const uint64_t allocations = g_counts[kEvents - 1] - g_counts[first];
-    EXPECT_EQ(allocations, 0U) << "over " << kEvents - 1 - first << " notifications";
+    ASSERT_EQ(g_calls.load(), EVENTS);
+    const size_t first = 2 * BURST * WARM_UP_BURSTS;
+    const uint64_t allocations = g_counts[EVENTS - 1] - g_counts[first];
+    EXPECT_EQ(allocations, 0U) << "over " << EVENTS - 1 - first << " notifications";
 }
 
 // The counter sees the library's allocations: reading a value fetches it

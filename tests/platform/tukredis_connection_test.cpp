@@ -12,7 +12,7 @@
 namespace platformtest {
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using steady_clock = std::chrono::steady_clock;
 
 bool has_all_flags(const std::string &flags, const std::string &wanted) {
     for (const char flag : wanted) {
@@ -42,7 +42,7 @@ int free_loopback_port() {
 TEST_F(TukredisTest, ResyncIsCalledWithZeroFirstThenOneAfterEveryReconnection) {
     register_rows({recording_row(0, "*")});
     connect_and_subscribe();
-    EXPECT_EQ(Recorder::get().resync_codes(), std::vector<unsigned>{0});
+    EXPECT_EQ(recorder::get().resync_codes(), std::vector<unsigned>{0});
     start_pubsub();
 
     EXPECT_GE(client_->client_kill_pubsub(), 1);
@@ -50,11 +50,11 @@ TEST_F(TukredisTest, ResyncIsCalledWithZeroFirstThenOneAfterEveryReconnection) {
     EXPECT_EQ(pubsub_result(), -1);
 
     connect_and_subscribe();
-    EXPECT_EQ(Recorder::get().resync_codes(), (std::vector<unsigned>{0, 1}));
+    EXPECT_EQ(recorder::get().resync_codes(), (std::vector<unsigned>{0, 1}));
     start_pubsub();
     client_->set(0, "after", "v");
-    ASSERT_EVENTUALLY(5s, Recorder::get().count() >= 1);
-    EXPECT_EQ(Recorder::get().events().front(), (Event{0, "after", TUKREDIS_CMD_SET}));
+    ASSERT_EVENTUALLY(5s, recorder::get().count() >= 1);
+    EXPECT_EQ(recorder::get().events().front(), (bus_event{0, "after", TUKREDIS_CMD_SET}));
     EXPECT_EQ(stats().reconnections, 1U);
 }
 
@@ -68,18 +68,19 @@ TEST_F(TukredisTest, EventsCausedByTheResyncAreDeliveredAfterIt) {
     register_rows({recording_row(0, "/resync/*")}, rewrite);
     connect_and_subscribe();
     start_pubsub();
-    ASSERT_EVENTUALLY(5s, Recorder::get().count() >= 1);
-    EXPECT_EQ(Recorder::get().events(), (std::vector<Event>{{0, "/resync/0", TUKREDIS_CMD_SET}}));
+    ASSERT_EVENTUALLY(5s, recorder::get().count() >= 1);
+    EXPECT_EQ(recorder::get().events(),
+              (std::vector<bus_event>{{0, "/resync/0", TUKREDIS_CMD_SET}}));
 }
 
 TEST_F(TukredisTest, SubscriptionFailsWhenTheServerDoesNotConfirm) {
     register_rows({recording_row(0, "*")});
     ASSERT_EQ(tukredis_db_connect(), 0);
     server_.pause();
-    const auto started = Clock::now();
+    const auto started = steady_clock::now();
     EXPECT_EQ(tukredis_db_psubscrible(), -1);
-    EXPECT_LT(Clock::now() - started, 5s);
-    EXPECT_TRUE(Recorder::get().resync_codes().empty());
+    EXPECT_LT(steady_clock::now() - started, 5s);
+    EXPECT_TRUE(recorder::get().resync_codes().empty());
     // The connection is marked dead: no wait at all.
     EXPECT_EQ(tukredis_pubsub(), -1);
     server_.resume();
@@ -106,12 +107,12 @@ TEST_F(TukredisTest, PubsubNoticesAServerThatStopsAnswering) {
     register_rows({recording_row(0, "*")});
     connect_and_subscribe();
     start_pubsub();
-    const auto paused_at = Clock::now();
+    const auto paused_at = steady_clock::now();
     server_.pause();
     ASSERT_EVENTUALLY(5s, pubsub_finished());
     // The last answer came at most an interval before the pause; then a
     // quiet interval, and an unanswered ping for another.
-    EXPECT_GE(Clock::now() - paused_at, 150ms);
+    EXPECT_GE(steady_clock::now() - paused_at, 150ms);
     server_.resume();
 }
 
@@ -123,7 +124,7 @@ TEST_F(TukredisTest, PingsKeepAQuietSessionAlive) {
     // Many ping intervals without a notification.
     EXPECT_FALSE(testsupport::eventually([this] { return pubsub_finished(); }, 600ms));
     client_->set(0, "still-there", "v");
-    ASSERT_EVENTUALLY(5s, Recorder::get().count() >= 1);
+    ASSERT_EVENTUALLY(5s, recorder::get().count() >= 1);
     EXPECT_FALSE(pubsub_finished());
 }
 
@@ -131,8 +132,8 @@ TEST_F(TukredisTest, ConnectRetriesWithBackoffUntilTheServerIsBack) {
     register_rows({recording_row(0, "*")});
     server_.stop();
     std::atomic<int32_t> result{-99};
-    const auto started = Clock::now();
-    Background connecting([&] { result = tukredis_db_connect(); },
+    const auto started = steady_clock::now();
+    background connecting([&] { result = tukredis_db_connect(); },
                           [this] {
                               if (!server_.running()) {
                                   server_.start();
@@ -141,7 +142,7 @@ TEST_F(TukredisTest, ConnectRetriesWithBackoffUntilTheServerIsBack) {
     // Pauses of 50, 100, 200 and 400 ms come before the fifth attempt; a
     // busy loop would get there at once.
     ASSERT_EVENTUALLY(10s, stats().connect_attempts >= 5);
-    const auto elapsed = Clock::now() - started;
+    const auto elapsed = steady_clock::now() - started;
     EXPECT_GE(elapsed, 650ms);
     EXPECT_FALSE(connecting.finished());
 
@@ -151,7 +152,7 @@ TEST_F(TukredisTest, ConnectRetriesWithBackoffUntilTheServerIsBack) {
     EXPECT_EQ(tukredis_db_psubscrible(), 0);
     const auto attempts = stats().connect_attempts;
     const auto window =
-        std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - started);
+        std::chrono::duration_cast<std::chrono::milliseconds>(steady_clock::now() - started);
     EXPECT_LE(attempts, 2 + static_cast<uint64_t>(window.count() / 50));
 }
 
@@ -162,8 +163,8 @@ TEST_F(TukredisTest, BackoffHoldsAcrossCallsWhenSessionsEndAtOnce) {
     client_->command({"ACL", "SETUSER", "default", "-psubscribe"});
     std::atomic<bool> stop{false};
     std::atomic<int> sessions{0};
-    const auto started = Clock::now();
-    Background loop(
+    const auto started = steady_clock::now();
+    background loop(
         [&] {
             while (!stop) {
                 tukredis_db_connect();
@@ -175,10 +176,10 @@ TEST_F(TukredisTest, BackoffHoldsAcrossCallsWhenSessionsEndAtOnce) {
         [&] { stop = true; });
     // The second to fifth connects wait 50, 100, 200 and 400 ms.
     ASSERT_EVENTUALLY(10s, sessions >= 5);
-    EXPECT_GE(Clock::now() - started, 650ms);
+    EXPECT_GE(steady_clock::now() - started, 650ms);
     stop = true;
     loop.join();
-    EXPECT_TRUE(Recorder::get().resync_codes().empty());
+    EXPECT_TRUE(recorder::get().resync_codes().empty());
 }
 
 TEST_F(TukredisTest, NotificationFlagsAreAddedToWhatTheServerHas) {
@@ -209,7 +210,7 @@ TEST_F(TukredisTest, ConnectGoesOnWhenConfigIsRefused) {
     connect_and_subscribe();
     start_pubsub();
     client_->set(0, "k", "v");
-    ASSERT_EVENTUALLY(5s, Recorder::get().count() >= 1);
+    ASSERT_EVENTUALLY(5s, recorder::get().count() >= 1);
 }
 
 TEST_F(TukredisTest, InitIgnoresSigpipe) {
@@ -241,8 +242,8 @@ TEST_F(TukredisTest, ConnectsOverTcpWithoutASocket) {
     connect_and_subscribe();
     start_pubsub();
     EXPECT_EQ(tukredis_db_command(1, 1, -1, 0, "SET /tcp/a 1"), 0);
-    ASSERT_EVENTUALLY(5s, Recorder::get().count() >= 1);
-    EXPECT_EQ(Recorder::get().events(), (std::vector<Event>{{1, "/tcp/a", TUKREDIS_CMD_SET}}));
+    ASSERT_EVENTUALLY(5s, recorder::get().count() >= 1);
+    EXPECT_EQ(recorder::get().events(), (std::vector<bus_event>{{1, "/tcp/a", TUKREDIS_CMD_SET}}));
 }
 
 } // namespace

@@ -39,7 +39,7 @@ TEST_F(TukredisTest, DeliversEventsOfBothDatabasesInServerOrder) {
     c.command(1, {"INCRBY", "n", "5"});
     c.pexpire(1, "b", 50);
 
-    const std::vector<Event> expected = {
+    const std::vector<bus_event> expected = {
         {0, "a", TUKREDIS_CMD_SET},
         {1, "b", TUKREDIS_CMD_SET},
         {0, "a", TUKREDIS_CMD_DEL},
@@ -52,8 +52,8 @@ TEST_F(TukredisTest, DeliversEventsOfBothDatabasesInServerOrder) {
         {1, "b", TUKREDIS_CMD_EXPIRE},
         {1, "b", TUKREDIS_CMD_EXPIRED},
     };
-    ASSERT_EVENTUALLY(5s, Recorder::get().count() >= expected.size());
-    EXPECT_EQ(Recorder::get().events(), expected);
+    ASSERT_EVENTUALLY(5s, recorder::get().count() >= expected.size());
+    EXPECT_EQ(recorder::get().events(), expected);
     // Counted once the handler has returned.
     EXPECT_EVENTUALLY(5s, stats().delivered == expected.size());
 }
@@ -71,10 +71,10 @@ TEST_F(TukredisTest, RowsSeeOnlyTheirDatabaseAndPattern) {
     c.set(0, "/vvlan/x", "v");
     c.set(1, "/cfg/a", "v");
 
-    const std::vector<Event> expected = {{0, "/vvlan/x", TUKREDIS_CMD_SET},
-                                         {1, "/cfg/a", TUKREDIS_CMD_SET}};
-    ASSERT_EVENTUALLY(5s, Recorder::get().count() >= expected.size());
-    EXPECT_EQ(Recorder::get().events(), expected);
+    const std::vector<bus_event> expected = {{0, "/vvlan/x", TUKREDIS_CMD_SET},
+                                             {1, "/cfg/a", TUKREDIS_CMD_SET}};
+    ASSERT_EVENTUALLY(5s, recorder::get().count() >= expected.size());
+    EXPECT_EQ(recorder::get().events(), expected);
 }
 
 TEST_F(TukredisTest, KeysThatDoNotFitAreNotDelivered) {
@@ -91,10 +91,10 @@ TEST_F(TukredisTest, KeysThatDoNotFitAreNotDelivered) {
     c.set(0, longest, "3");
     c.set(0, "marker", "4");
 
-    const std::vector<Event> expected = {{0, longest, TUKREDIS_CMD_SET},
-                                         {0, "marker", TUKREDIS_CMD_SET}};
-    ASSERT_EVENTUALLY(5s, Recorder::get().count() >= expected.size());
-    EXPECT_EQ(Recorder::get().events(), expected);
+    const std::vector<bus_event> expected = {{0, longest, TUKREDIS_CMD_SET},
+                                             {0, "marker", TUKREDIS_CMD_SET}};
+    ASSERT_EVENTUALLY(5s, recorder::get().count() >= expected.size());
+    EXPECT_EQ(recorder::get().events(), expected);
     EXPECT_EQ(stats().dropped, 2U);
 }
 
@@ -104,10 +104,10 @@ TEST_F(TukredisTest, RowsWithTheSamePatternAllGetTheNotification) {
     start_pubsub();
 
     client_->set(0, "/x/1", "v");
-    ASSERT_EVENTUALLY(5s, Recorder::get().count() >= 2);
-    const std::vector<Event> expected = {{0, "/x/1", TUKREDIS_CMD_SET},
-                                         {0, "/x/1", TUKREDIS_CMD_SET}};
-    EXPECT_EQ(Recorder::get().events(), expected);
+    ASSERT_EVENTUALLY(5s, recorder::get().count() >= 2);
+    const std::vector<bus_event> expected = {{0, "/x/1", TUKREDIS_CMD_SET},
+                                             {0, "/x/1", TUKREDIS_CMD_SET}};
+    EXPECT_EQ(recorder::get().events(), expected);
 }
 
 } // namespace

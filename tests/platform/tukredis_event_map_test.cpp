@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr int32_t kNotDelivered = -1;
+constexpr int32_t NOT_DELIVERED = -1;
 
 TEST(TukredisEventMap, SetIsSetOutsideTheMacTable) {
     EXPECT_EQ(tukredis_host_event_code("set", "/vvlan/cfg/vid"), TUKREDIS_CMD_SET);
@@ -45,13 +45,13 @@ TEST(TukredisEventMap, ExpireAndExpiredHaveTheirOwnCodes) {
 TEST(TukredisEventMap, OtherEventsAreNotDelivered) {
     for (const char *event : {"incrby", "append", "setrange", "hset", "lpush", "persist", "new",
                               "SET", "", "sets", "expired "}) {
-        EXPECT_EQ(tukredis_host_event_code(event, "k"), kNotDelivered) << event;
+        EXPECT_EQ(tukredis_host_event_code(event, "k"), NOT_DELIVERED) << event;
     }
 }
 
 TEST(TukredisEventMap, NullArgumentsAreNotDelivered) {
-    EXPECT_EQ(tukredis_host_event_code(nullptr, "k"), kNotDelivered);
-    EXPECT_EQ(tukredis_host_event_code("set", nullptr), kNotDelivered);
+    EXPECT_EQ(tukredis_host_event_code(nullptr, "k"), NOT_DELIVERED);
+    EXPECT_EQ(tukredis_host_event_code("set", nullptr), NOT_DELIVERED);
 }
 
 } // namespace

@@ -6,36 +6,36 @@
 
 namespace platformtest {
 
-void PrintTo(const Event &event, std::ostream *out) {
+void PrintTo(const bus_event &event, std::ostream *out) {
     *out << "{db " << event.db << ", \"" << event.key << "\", cmd " << event.cmd << "}";
 }
 
-Recorder &Recorder::get() {
-    static Recorder recorder;
-    return recorder;
+recorder &recorder::get() {
+    static recorder instance;
+    return instance;
 }
 
-void Recorder::reset() {
+void recorder::reset() {
     const std::lock_guard lock(mutex_);
     seen_.clear();
     resync_codes_.clear();
-    read_ = Read::nothing;
+    read_ = reply_read::NOTHING;
     base_ = 10;
 }
 
-void Recorder::set_read(Read read, int32_t base) {
+void recorder::set_read(reply_read read, int32_t base) {
     read_ = read;
     base_ = base;
 }
 
-void Recorder::record(const tukredis_pmsg &pmsg) {
-    Seen seen;
+void recorder::record(const tukredis_pmsg &pmsg) {
+    seen_notification seen;
     seen.db = pmsg.db;
     seen.key = pmsg.key;
     seen.cmd = pmsg.cmd;
-    const Read read = read_.load();
-    if (read == Read::string || read == Read::string_twice) {
-        for (int i = 0; i < (read == Read::string_twice ? 2 : 1); ++i) {
+    const reply_read read = read_.load();
+    if (read == reply_read::STRING || read == reply_read::STRING_TWICE) {
+        for (int i = 0; i < (read == reply_read::STRING_TWICE ? 2 : 1); ++i) {
             char *value = nullptr;
             uint32_t length = 0;
             seen.str_rc = tukredis_get_key_reply_strval(pmsg.reply, &value, &length);
@@ -45,49 +45,49 @@ void Recorder::record(const tukredis_pmsg &pmsg) {
                 seen.str_terminated = value[length] == '\0';
             }
         }
-    } else if (read == Read::integer) {
+    } else if (read == reply_read::INTEGER) {
         seen.int_rc = tukredis_get_key_reply_intval(pmsg.reply, &seen.int_value, base_.load());
     }
     const std::lock_guard lock(mutex_);
     seen_.push_back(std::move(seen));
 }
 
-void Recorder::record_resync(unsigned code) {
+void recorder::record_resync(unsigned code) {
     const std::lock_guard lock(mutex_);
     resync_codes_.push_back(code);
 }
 
-std::vector<Seen> Recorder::seen() const {
+std::vector<seen_notification> recorder::seen() const {
     const std::lock_guard lock(mutex_);
     return seen_;
 }
 
-std::vector<Event> Recorder::events() const {
+std::vector<bus_event> recorder::events() const {
     const std::lock_guard lock(mutex_);
-    std::vector<Event> events;
-    for (const Seen &seen : seen_) {
+    std::vector<bus_event> events;
+    for (const seen_notification &seen : seen_) {
         events.push_back({seen.db, seen.key, seen.cmd});
     }
     return events;
 }
 
-size_t Recorder::count() const {
+size_t recorder::count() const {
     const std::lock_guard lock(mutex_);
     return seen_.size();
 }
 
-std::vector<unsigned> Recorder::resync_codes() const {
+std::vector<unsigned> recorder::resync_codes() const {
     const std::lock_guard lock(mutex_);
     return resync_codes_;
 }
 
 int32_t record_handler(tukredis_pmsg *pmsg) {
-    Recorder::get().record(*pmsg);
+    recorder::get().record(*pmsg);
     return 0;
 }
 
 int32_t record_resync(unsigned int code) {
-    Recorder::get().record_resync(code);
+    recorder::get().record_resync(code);
     return 0;
 }
 
@@ -99,13 +99,13 @@ tukredis_sub_row recording_row(uint32_t db, const std::string &pattern) {
     return row;
 }
 
-Background::Background(std::function<void()> body, std::function<void()> unblock)
+background::background(std::function<void()> body, std::function<void()> unblock)
     : unblock_(std::move(unblock)), thread_([this, body = std::move(body)] {
           body();
           finished_ = true;
       }) {}
 
-Background::~Background() {
+background::~background() {
     if (thread_.joinable()) {
         while (!testsupport::eventually([this] { return finished(); }, 100ms)) {
             unblock_();
@@ -114,7 +114,7 @@ Background::~Background() {
     }
 }
 
-void Background::join() {
+void background::join() {
     if (thread_.joinable()) {
         thread_.join();
     }
@@ -122,7 +122,7 @@ void Background::join() {
 
 void TukredisTest::SetUp() {
     tukredis_host_reset();
-    Recorder::get().reset();
+    recorder::get().reset();
     unsetenv("TUKREDIS_PING_INTERVAL_MS");
     unsetenv("TUKREDIS_HOST");
     unsetenv("TUKREDIS_PORT");
@@ -151,7 +151,7 @@ void TukredisTest::connect_and_subscribe() {
 }
 
 void TukredisTest::start_pubsub() {
-    pubsub_ = std::make_unique<Background>([this] { pubsub_result_ = tukredis_pubsub(); },
+    pubsub_ = std::make_unique<background>([this] { pubsub_result_ = tukredis_pubsub(); },
                                            [this] { server_.stop(); });
 }
 

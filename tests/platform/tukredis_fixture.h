@@ -23,7 +23,7 @@ namespace platformtest {
 using namespace std::chrono_literals;
 
 // One notification as a handler saw it, with what it read from the reply.
-struct Seen {
+struct seen_notification {
     int32_t db = 0;
     std::string key;
     int32_t cmd = 0;
@@ -38,39 +38,39 @@ struct Seen {
 };
 
 // A notification without what was read, for comparing sequences.
-struct Event {
+struct bus_event {
     int32_t db;
     std::string key;
     int32_t cmd;
 
-    bool operator==(const Event &) const = default;
+    bool operator==(const bus_event &) const = default;
 };
-void PrintTo(const Event &event, std::ostream *out);
+void PrintTo(const bus_event &event, std::ostream *out);
 
 // What the recording handler does with the reply.
-enum class Read { nothing, string, string_twice, integer };
+enum class reply_read { NOTHING, STRING, STRING_TWICE, INTEGER };
 
 // Handlers are plain function pointers, so what they see is kept here,
 // process-wide.
-class Recorder {
+class recorder {
   public:
-    static Recorder &get();
+    static recorder &get();
 
     void reset();
-    void set_read(Read read, int32_t base = 10);
+    void set_read(reply_read read, int32_t base = 10);
     void record(const tukredis_pmsg &pmsg);
     void record_resync(unsigned code);
 
-    std::vector<Seen> seen() const;
-    std::vector<Event> events() const;
+    std::vector<seen_notification> seen() const;
+    std::vector<bus_event> events() const;
     size_t count() const;
     std::vector<unsigned> resync_codes() const;
 
   private:
     mutable std::mutex mutex_;
-    std::vector<Seen> seen_;
+    std::vector<seen_notification> seen_;
     std::vector<unsigned> resync_codes_;
-    std::atomic<Read> read_{Read::nothing};
+    std::atomic<reply_read> read_{reply_read::NOTHING};
     std::atomic<int32_t> base_{10};
 };
 
@@ -83,12 +83,12 @@ tukredis_sub_row recording_row(uint32_t db, const std::string &pattern);
 // Runs body on its own thread. If it is still running when the object goes,
 // unblock is called (repeatedly, every 100 ms) until it ends, so that a
 // failed assertion never leaves a thread blocked inside the library.
-class Background {
+class background {
   public:
-    Background(std::function<void()> body, std::function<void()> unblock);
-    ~Background();
-    Background(const Background &) = delete;
-    Background &operator=(const Background &) = delete;
+    background(std::function<void()> body, std::function<void()> unblock);
+    ~background();
+    background(const background &) = delete;
+    background &operator=(const background &) = delete;
 
     bool finished() const { return finished_.load(); }
     void join();
@@ -120,10 +120,10 @@ class TukredisTest : public ::testing::Test {
 
     tukredis_host_stats stats() const;
 
-    testsupport::RedisServer server_;
-    std::optional<testsupport::RedisClient> client_;
+    testsupport::redis_server server_;
+    std::optional<testsupport::redis_client> client_;
     std::vector<tukredis_sub_row> rows_;
-    std::unique_ptr<Background> pubsub_;
+    std::unique_ptr<background> pubsub_;
     std::atomic<int32_t> pubsub_result_{0};
 };
 

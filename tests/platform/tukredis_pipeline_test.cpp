@@ -16,7 +16,7 @@ namespace {
 // For every notification on /in/<n>: two pushes, one per database, so that
 // the connection alternates databases as the daemon's joins do.
 int32_t push_twice(tukredis_pmsg *pmsg) {
-    Recorder::get().record(*pmsg);
+    recorder::get().record(*pmsg);
     tukredis_db_command(0, 1, -1, 0, "RPUSH /log %s", pmsg->key);
     tukredis_db_command(1, 1, -1, 0, "RPUSH /log %s", pmsg->key);
     return 0;
@@ -28,13 +28,13 @@ tukredis_sub_row row_with(uint32_t db, const char *pattern, tukredis_handler han
     return row;
 }
 
-long long length_of_log(testsupport::RedisClient &client, int db) {
-    const testsupport::Reply reply = client.command(db, {"LLEN", "/log"});
+long long length_of_log(testsupport::redis_client &client, int db) {
+    const testsupport::reply_ptr reply = client.command(db, {"LLEN", "/log"});
     return reply && reply->type == REDIS_REPLY_INTEGER ? reply->integer : -1;
 }
 
-std::vector<std::string> log_of(testsupport::RedisClient &client, int db) {
-    const testsupport::Reply reply = client.command(db, {"LRANGE", "/log", "0", "-1"});
+std::vector<std::string> log_of(testsupport::redis_client &client, int db) {
+    const testsupport::reply_ptr reply = client.command(db, {"LRANGE", "/log", "0", "-1"});
     std::vector<std::string> items;
     if (reply && reply->type == REDIS_REPLY_ARRAY) {
         for (size_t i = 0; i < reply->elements; ++i) {
@@ -56,15 +56,15 @@ TEST_F(TukredisTest, HandlerWritesAreDeferredAndLandInOrderInTheirDatabases) {
     register_rows({row_with(0, "/in/*", push_twice)});
     connect_and_subscribe();
     start_pubsub();
-    constexpr int kEvents = 300;
-    for (const std::string &key : keys_in(kEvents)) {
+    constexpr int EVENTS = 300;
+    for (const std::string &key : keys_in(EVENTS)) {
         client_->set(0, key, "1");
     }
-    ASSERT_EVENTUALLY(10s, length_of_log(*client_, 1) == kEvents);
-    EXPECT_EQ(log_of(*client_, 0), keys_in(kEvents));
-    EXPECT_EQ(log_of(*client_, 1), keys_in(kEvents));
+    ASSERT_EVENTUALLY(10s, length_of_log(*client_, 1) == EVENTS);
+    EXPECT_EQ(log_of(*client_, 0), keys_in(EVENTS));
+    EXPECT_EQ(log_of(*client_, 1), keys_in(EVENTS));
     // None waited for its reply.
-    EXPECT_EQ(stats().deferred, 2U * kEvents);
+    EXPECT_EQ(stats().deferred, 2U * EVENTS);
 }
 
 TEST_F(TukredisTest, ADeferredWriteIsSentWithoutAnotherEventBehindIt) {
@@ -88,7 +88,7 @@ int32_t overwrite_then_read(tukredis_pmsg *pmsg) {
         }
     }
     tukredis_db_command(0, 1, -1, 0, "SET %s changed", pmsg->key);
-    Recorder::get().record(*pmsg);
+    recorder::get().record(*pmsg);
     return 0;
 }
 
@@ -96,13 +96,13 @@ TEST_F(TukredisTest, AReadAfterDeferredWritesSeesThem) {
     g_overwritten.clear();
     register_rows({row_with(0, "/in/*", overwrite_then_read)});
     connect_and_subscribe();
-    Recorder::get().set_read(Read::string);
+    recorder::get().set_read(reply_read::STRING);
     start_pubsub();
     for (const std::string &key : keys_in(50)) {
         client_->set(0, key, "original");
     }
-    ASSERT_EVENTUALLY(10s, Recorder::get().count() >= 50);
-    for (const Seen &seen : Recorder::get().seen()) {
+    ASSERT_EVENTUALLY(10s, recorder::get().count() >= 50);
+    for (const seen_notification &seen : recorder::get().seen()) {
         EXPECT_EQ(seen.str_rc, 0) << seen.key;
         EXPECT_EQ(seen.str, "changed") << seen.key;
     }
@@ -114,41 +114,41 @@ TEST_F(TukredisTest, ASecondThreadsWritesKeepTheirOrderAmongDeferredOnes) {
     register_rows({row_with(0, "/in/*", push_twice)});
     connect_and_subscribe();
     start_pubsub();
-    constexpr int kEach = 200;
+    constexpr int EACH = 200;
     std::thread aging([] {
-        for (int i = 0; i < kEach; ++i) {
+        for (int i = 0; i < EACH; ++i) {
             tukredis_db_command(0, 1, -1, 0, "RPUSH /log aging/%d", i);
         }
     });
-    for (const std::string &key : keys_in(kEach)) {
+    for (const std::string &key : keys_in(EACH)) {
         client_->set(0, key, "1");
     }
     aging.join();
-    ASSERT_EVENTUALLY(10s, length_of_log(*client_, 0) == 2 * kEach);
+    ASSERT_EVENTUALLY(10s, length_of_log(*client_, 0) == 2 * EACH);
     std::vector<std::string> from_aging;
     std::vector<std::string> from_handlers;
     for (const std::string &item : log_of(*client_, 0)) {
         (item.starts_with("aging/") ? from_aging : from_handlers).push_back(item);
     }
     std::vector<std::string> expected_aging;
-    for (int i = 0; i < kEach; ++i) {
+    for (int i = 0; i < EACH; ++i) {
         expected_aging.push_back("aging/" + std::to_string(i));
     }
     EXPECT_EQ(from_aging, expected_aging);
-    EXPECT_EQ(from_handlers, keys_in(kEach));
+    EXPECT_EQ(from_handlers, keys_in(EACH));
 }
 
 TEST_F(TukredisTest, ScanReadsValuesABatchAtATime) {
     ASSERT_EQ(tukredis_db_connect(), 0);
-    constexpr int kKeys = 300;
-    for (int i = 0; i < kKeys; ++i) {
+    constexpr int KEYS = 300;
+    for (int i = 0; i < KEYS; ++i) {
         client_->set(1, "/t/k" + std::to_string(i), std::to_string(i));
     }
-    Recorder::get().set_read(Read::string);
+    recorder::get().set_read(reply_read::STRING);
     const uint32_t before = stats().exchanges;
     ASSERT_EQ(tukredis_scan_key_pattern(1, "/t/*", 100, record_handler, 0, 0), 0);
-    ASSERT_EQ(Recorder::get().count(), static_cast<size_t>(kKeys));
-    for (const Seen &seen : Recorder::get().seen()) {
+    ASSERT_EQ(recorder::get().count(), static_cast<size_t>(KEYS));
+    for (const seen_notification &seen : recorder::get().seen()) {
         EXPECT_EQ(seen.str_rc, 0);
         EXPECT_EQ("/t/k" + seen.str, seen.key);
     }
@@ -157,7 +157,7 @@ TEST_F(TukredisTest, ScanReadsValuesABatchAtATime) {
 }
 
 int32_t write_per_key(tukredis_pmsg *pmsg) {
-    Recorder::get().record(*pmsg);
+    recorder::get().record(*pmsg);
     tukredis_db_command(0, 1, -1, 0, "SET %s copied", pmsg->key);
     return 0;
 }
@@ -196,7 +196,7 @@ TEST_F(TukredisTest, MarksAndSweepsInTheResyncAreDeferredAndKeepTheirOrder) {
     }
     register_rows({recording_row(0, "/none/*")}, mark_reread_sweep);
     connect_and_subscribe();
-    ASSERT_EQ(Recorder::get().resync_codes(), std::vector<unsigned>{0});
+    ASSERT_EQ(recorder::get().resync_codes(), std::vector<unsigned>{0});
     // Re-written copies survive without a time-to-live; the rest are swept.
     std::vector<std::string> kept;
     for (int i = 0; i < 40; i += 2) {

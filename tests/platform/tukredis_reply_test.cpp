@@ -7,21 +7,21 @@ namespace platformtest {
 namespace {
 
 // The first thing the handler saw, once it has seen something.
-Seen first_seen() {
-    const std::vector<Seen> seen = Recorder::get().seen();
-    return seen.empty() ? Seen{} : seen.front();
+seen_notification first_seen() {
+    const std::vector<seen_notification> seen = recorder::get().seen();
+    return seen.empty() ? seen_notification{} : seen.front();
 }
 
 // Reads key's value as an integer through a scan of exactly that key.
-struct IntRead {
+struct int_read {
     int32_t rc;
     int32_t value;
 };
-IntRead read_int(const std::string &key, int32_t base) {
-    Recorder::get().reset();
-    Recorder::get().set_read(Read::integer, base);
+int_read read_int(const std::string &key, int32_t base) {
+    recorder::get().reset();
+    recorder::get().set_read(reply_read::INTEGER, base);
     EXPECT_EQ(tukredis_scan_key_pattern(0, key.c_str(), 10, record_handler, 0, 0), 0);
-    const std::vector<Seen> seen = Recorder::get().seen();
+    const std::vector<seen_notification> seen = recorder::get().seen();
     EXPECT_EQ(seen.size(), 1U) << key;
     if (seen.size() != 1) {
         return {-99, 0};
@@ -32,13 +32,13 @@ IntRead read_int(const std::string &key, int32_t base) {
 TEST_F(TukredisTest, StringValueIsBinarySafeAndTerminated) {
     register_rows({recording_row(0, "*")});
     connect_and_subscribe();
-    Recorder::get().set_read(Read::string);
+    recorder::get().set_read(reply_read::STRING);
     start_pubsub();
 
     const std::string value("a\0b\0c", 5);
     client_->set(0, "bin", value);
-    ASSERT_EVENTUALLY(5s, Recorder::get().count() >= 1);
-    const Seen seen = first_seen();
+    ASSERT_EVENTUALLY(5s, recorder::get().count() >= 1);
+    const seen_notification seen = first_seen();
     EXPECT_EQ(seen.str_rc, 0);
     EXPECT_FALSE(seen.str_null);
     EXPECT_EQ(seen.str, value);
@@ -48,12 +48,12 @@ TEST_F(TukredisTest, StringValueIsBinarySafeAndTerminated) {
 TEST_F(TukredisTest, EmptyValueIsPresentWithLengthZero) {
     register_rows({recording_row(0, "*")});
     connect_and_subscribe();
-    Recorder::get().set_read(Read::string);
+    recorder::get().set_read(reply_read::STRING);
     start_pubsub();
 
     client_->set(0, "empty", "");
-    ASSERT_EVENTUALLY(5s, Recorder::get().count() >= 1);
-    const Seen seen = first_seen();
+    ASSERT_EVENTUALLY(5s, recorder::get().count() >= 1);
+    const seen_notification seen = first_seen();
     EXPECT_EQ(seen.str_rc, 0);
     EXPECT_FALSE(seen.str_null);
     EXPECT_EQ(seen.str, "");
@@ -63,13 +63,13 @@ TEST_F(TukredisTest, EmptyValueIsPresentWithLengthZero) {
 TEST_F(TukredisTest, AbsentKeyReadsAsNullWithLengthZero) {
     register_rows({recording_row(0, "*")});
     connect_and_subscribe();
-    Recorder::get().set_read(Read::string);
+    recorder::get().set_read(reply_read::STRING);
     start_pubsub();
 
     client_->set(0, "gone", "v");
     client_->del(0, "gone");
-    ASSERT_EVENTUALLY(5s, Recorder::get().count() >= 2);
-    const Seen del = Recorder::get().seen().at(1);
+    ASSERT_EVENTUALLY(5s, recorder::get().count() >= 2);
+    const seen_notification del = recorder::get().seen().at(1);
     EXPECT_EQ(del.cmd, TUKREDIS_CMD_DEL);
     EXPECT_EQ(del.str_rc, 0);
     EXPECT_TRUE(del.str_null);
@@ -79,13 +79,13 @@ TEST_F(TukredisTest, AbsentKeyReadsAsNullWithLengthZero) {
 TEST_F(TukredisTest, AbsentKeyHasNoIntegerValue) {
     register_rows({recording_row(0, "*")});
     connect_and_subscribe();
-    Recorder::get().set_read(Read::integer);
+    recorder::get().set_read(reply_read::INTEGER);
     start_pubsub();
 
     client_->set(0, "n", "5");
     client_->del(0, "n");
-    ASSERT_EVENTUALLY(5s, Recorder::get().count() >= 2);
-    EXPECT_NE(Recorder::get().seen().at(1).int_rc, 0);
+    ASSERT_EVENTUALLY(5s, recorder::get().count() >= 2);
+    EXPECT_NE(recorder::get().seen().at(1).int_rc, 0);
 }
 
 TEST_F(TukredisTest, IntegerValuesAreParsedStrictly) {
@@ -120,7 +120,7 @@ TEST_F(TukredisTest, IntegerValuesAreParsedStrictly) {
     for (const auto &c : cases) {
         const std::string key = "int" + std::to_string(index++);
         client_->set(0, key, c.value);
-        const IntRead read = read_int(key, c.base);
+        const int_read read = read_int(key, c.base);
         if (c.ok) {
             EXPECT_EQ(read.rc, 0) << '"' << c.value << "\" base " << c.base;
             EXPECT_EQ(read.value, c.expected) << '"' << c.value << "\" base " << c.base;
@@ -142,23 +142,23 @@ TEST_F(TukredisTest, ValueIsNotFetchedUnlessAHandlerReadsIt) {
     client_->command({"CONFIG", "RESETSTAT"});
 
     client_->set(0, "unread", "v");
-    ASSERT_EVENTUALLY(5s, Recorder::get().count() >= 1);
+    ASSERT_EVENTUALLY(5s, recorder::get().count() >= 1);
     EXPECT_EQ(client_->command_calls("get"), 0);
 
     // Read twice: one GET, then the cached value.
-    Recorder::get().set_read(Read::string_twice);
+    recorder::get().set_read(reply_read::STRING_TWICE);
     client_->set(0, "read", "w");
-    ASSERT_EVENTUALLY(5s, Recorder::get().count() >= 2);
-    EXPECT_EQ(Recorder::get().seen().at(1).str, "w");
+    ASSERT_EVENTUALLY(5s, recorder::get().count() >= 2);
+    EXPECT_EQ(recorder::get().seen().at(1).str, "w");
     EXPECT_EQ(client_->command_calls("get"), 1);
 }
 
 TEST_F(TukredisTest, ValueOfTheWrongTypeCannotBeRead) {
     ASSERT_EQ(tukredis_db_connect(), 0);
     client_->command(0, {"RPUSH", "list", "a"});
-    Recorder::get().set_read(Read::string);
+    recorder::get().set_read(reply_read::STRING);
     ASSERT_EQ(tukredis_scan_key_pattern(0, "list", 10, record_handler, 0, 0), 0);
-    ASSERT_EQ(Recorder::get().count(), 1U);
+    ASSERT_EQ(recorder::get().count(), 1U);
     EXPECT_NE(first_seen().str_rc, 0);
     EXPECT_NE(read_int("list", 10).rc, 0);
 }

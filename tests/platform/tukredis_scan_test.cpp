@@ -26,11 +26,11 @@ TEST_F(TukredisTest, ScanVisitsEveryMatchingKeyOnceInItsDatabase) {
         record_handler(pmsg);
         return ++calls % 3 == 0 ? -11 : 0;
     };
-    Recorder::get().set_read(Read::string);
+    recorder::get().set_read(reply_read::STRING);
     ASSERT_EQ(tukredis_scan_key_pattern(1, "/t/*", 7, failing, 0, 0), 0);
 
     std::set<std::string> keys;
-    for (const Seen &seen : Recorder::get().seen()) {
+    for (const seen_notification &seen : recorder::get().seen()) {
         EXPECT_EQ(seen.db, 1);
         EXPECT_EQ(seen.cmd, TUKREDIS_CMD_SET);
         EXPECT_EQ(seen.str_rc, 0);
@@ -45,13 +45,13 @@ TEST_F(TukredisTest, ScanSkipsKeysThatDoNotFit) {
     client_->set(0, "/s/" + std::string(TUKREDIS_KEY_LEN, 'x'), "1");
     client_->set(0, "/s/ok", "2");
     ASSERT_EQ(tukredis_scan_key_pattern(0, "/s/*", 10, record_handler, 0, 0), 0);
-    const std::vector<Event> expected = {{0, "/s/ok", TUKREDIS_CMD_SET}};
-    EXPECT_EQ(Recorder::get().events(), expected);
+    const std::vector<bus_event> expected = {{0, "/s/ok", TUKREDIS_CMD_SET}};
+    EXPECT_EQ(recorder::get().events(), expected);
 }
 
 TEST_F(TukredisTest, ScanWithoutMatchesCallsNothing) {
     ASSERT_EQ(tukredis_scan_key_pattern(0, "/none/*", 10, record_handler, 0, 0), 0);
-    EXPECT_EQ(Recorder::get().count(), 0U);
+    EXPECT_EQ(recorder::get().count(), 0U);
 }
 
 TEST_F(TukredisTest, PatternOperationsRefuseNullArguments) {

@@ -8,7 +8,7 @@
 namespace platformtest {
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using steady_clock = std::chrono::steady_clock;
 
 TEST_F(TukredisTest, CommandsAreFormattedLikeHiredis) {
     ASSERT_EQ(tukredis_db_connect(), 0);
@@ -71,9 +71,9 @@ TEST_F(TukredisTest, CommandConnectionClosedByTheServerIsReplacedBeforeTheWrite)
 TEST_F(TukredisTest, CommandTimesOutOnAServerThatDoesNotAnswer) {
     ASSERT_EQ(tukredis_db_command(0, 1, -1, 0, "SET /w/a 1"), 0);
     server_.pause();
-    const auto started = Clock::now();
+    const auto started = steady_clock::now();
     EXPECT_EQ(tukredis_db_command(0, 1, 300, 0, "SET /w/a 2"), -1);
-    const auto took = Clock::now() - started;
+    const auto took = steady_clock::now() - started;
     EXPECT_GE(took, 250ms);
     EXPECT_LT(took, 2000ms);
     server_.resume();
@@ -110,13 +110,13 @@ TEST_F(TukredisTest, WriteLogHandlesAndPendingEntries) {
 TEST_F(TukredisTest, WritePathWorksFromASecondThreadWhilePubsubRuns) {
     register_rows({recording_row(0, "/w/*")});
     connect_and_subscribe();
-    Recorder::get().set_read(Read::string);
+    recorder::get().set_read(reply_read::STRING);
     start_pubsub();
 
-    constexpr int kWrites = 200;
+    constexpr int WRITES = 200;
     std::atomic<int> failures{0};
     std::thread writer([&] {
-        for (int i = 0; i < kWrites; ++i) {
+        for (int i = 0; i < WRITES; ++i) {
             const std::string key = "/w/" + std::to_string(i);
             const int32_t handle = tukredis_db_out_log(key.c_str(), 0, 0, 1);
             if (handle < 0 || tukredis_db_command(0, 1, -1, 0, "SET %s %d", key.c_str(), i) != 0 ||
@@ -127,22 +127,22 @@ TEST_F(TukredisTest, WritePathWorksFromASecondThreadWhilePubsubRuns) {
     });
     writer.join();
     EXPECT_EQ(failures, 0);
-    ASSERT_EVENTUALLY(10s, Recorder::get().count() >= static_cast<size_t>(kWrites));
-    for (const Seen &seen : Recorder::get().seen()) {
+    ASSERT_EVENTUALLY(10s, recorder::get().count() >= static_cast<size_t>(WRITES));
+    for (const seen_notification &seen : recorder::get().seen()) {
         EXPECT_EQ(seen.str_rc, 0) << seen.key;
     }
     EXPECT_EQ(tukredis_out_log_pending(), 0);
 }
 
 // Run on a thread whose cancellation is pending when it enters the library.
-struct CancelledCall {
+struct cancelled_call {
     std::atomic<bool> go{false};
     std::atomic<bool> returned{false};
     std::atomic<int32_t> result{-99};
 };
 
 void *call_with_cancel_pending(void *argument) {
-    auto *call = static_cast<CancelledCall *>(argument);
+    auto *call = static_cast<cancelled_call *>(argument);
     while (!call->go) {
         // No cancellation point here: the cancel stays pending.
     }
@@ -154,7 +154,7 @@ void *call_with_cancel_pending(void *argument) {
 
 TEST_F(TukredisTest, CancellationDoesNotTakeEffectInsideTheLibrary) {
     ASSERT_EQ(tukredis_db_connect(), 0);
-    CancelledCall call;
+    cancelled_call call;
     pthread_t thread{};
     ASSERT_EQ(pthread_create(&thread, nullptr, call_with_cancel_pending, &call), 0);
     ASSERT_EQ(pthread_cancel(thread), 0);

@@ -11,7 +11,7 @@
 
 namespace testsupport {
 
-FdCapture::FdCapture(int fd) : fd_(fd) {
+fd_capture::fd_capture(int fd) : fd_(fd) {
     const char *tmp = std::getenv("TMPDIR");
     std::string path = std::string(tmp != nullptr && tmp[0] != '\0' ? tmp : "/tmp") + "/cap-XXXXXX";
     file_ = mkostemp(path.data(), O_CLOEXEC);
@@ -28,12 +28,12 @@ FdCapture::FdCapture(int fd) : fd_(fd) {
     }
 }
 
-FdCapture::~FdCapture() {
+fd_capture::~fd_capture() {
     stop();
     close(file_);
 }
 
-void FdCapture::stop() {
+void fd_capture::stop() {
     if (saved_ < 0) {
         return;
     }
@@ -43,7 +43,7 @@ void FdCapture::stop() {
     saved_ = -1;
 }
 
-std::string FdCapture::text() const {
+std::string fd_capture::text() const {
     std::fflush(nullptr);
     std::string text;
     char buffer[4096];

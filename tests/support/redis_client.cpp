@@ -15,16 +15,16 @@ std::string text_of(const redisReply *reply) {
 
 } // namespace
 
-RedisClient::RedisClient(std::string socket_path, std::chrono::milliseconds timeout)
+redis_client::redis_client(std::string socket_path, std::chrono::milliseconds timeout)
     : socket_path_(std::move(socket_path)), timeout_(timeout) {}
 
-RedisClient::~RedisClient() {
+redis_client::~redis_client() {
     if (context_ != nullptr) {
         redisFree(context_);
     }
 }
 
-redisContext *RedisClient::connection() {
+redisContext *redis_client::connection() {
     if (context_ != nullptr) {
         return context_;
     }
@@ -39,7 +39,7 @@ redisContext *RedisClient::connection() {
     return context_;
 }
 
-Reply RedisClient::run(const std::vector<std::string> &argv) {
+reply_ptr redis_client::run(const std::vector<std::string> &argv) {
     redisContext *context = connection();
     std::vector<const char *> args;
     std::vector<size_t> lengths;
@@ -56,15 +56,15 @@ Reply RedisClient::run(const std::vector<std::string> &argv) {
         context_ = nullptr;
         throw std::runtime_error("redis client: " + (argv.empty() ? "" : argv[0]) + ": " + why);
     }
-    return Reply(reply);
+    return reply_ptr(reply);
 }
 
-void RedisClient::select(int db) {
+void redis_client::select(int db) {
     connection();
     if (db == selected_db_) {
         return;
     }
-    Reply reply = run({"SELECT", std::to_string(db)});
+    reply_ptr reply = run({"SELECT", std::to_string(db)});
     if (reply->type == REDIS_REPLY_ERROR) {
         throw std::runtime_error("redis client: SELECT " + std::to_string(db) + ": " +
                                  text_of(reply.get()));
@@ -72,45 +72,45 @@ void RedisClient::select(int db) {
     selected_db_ = db;
 }
 
-Reply RedisClient::command(int db, const std::vector<std::string> &argv) {
+reply_ptr redis_client::command(int db, const std::vector<std::string> &argv) {
     select(db);
     return run(argv);
 }
 
-Reply RedisClient::command(const std::vector<std::string> &argv) {
+reply_ptr redis_client::command(const std::vector<std::string> &argv) {
     return run(argv);
 }
 
-Reply RedisClient::checked(int db, const std::vector<std::string> &argv) {
-    Reply reply = command(db, argv);
+reply_ptr redis_client::checked(int db, const std::vector<std::string> &argv) {
+    reply_ptr reply = command(db, argv);
     if (reply->type == REDIS_REPLY_ERROR) {
         throw std::runtime_error("redis client: " + argv.front() + ": " + text_of(reply.get()));
     }
     return reply;
 }
 
-void RedisClient::set(int db, const std::string &key, const std::string &value) {
+void redis_client::set(int db, const std::string &key, const std::string &value) {
     checked(db, {"SET", key, value});
 }
 
-std::optional<std::string> RedisClient::get(int db, const std::string &key) {
-    const Reply reply = checked(db, {"GET", key});
+std::optional<std::string> redis_client::get(int db, const std::string &key) {
+    const reply_ptr reply = checked(db, {"GET", key});
     if (reply->type == REDIS_REPLY_NIL) {
         return std::nullopt;
     }
     return text_of(reply.get());
 }
 
-bool RedisClient::del(int db, const std::string &key) {
+bool redis_client::del(int db, const std::string &key) {
     return checked(db, {"DEL", key})->integer > 0;
 }
 
-bool RedisClient::exists(int db, const std::string &key) {
+bool redis_client::exists(int db, const std::string &key) {
     return checked(db, {"EXISTS", key})->integer > 0;
 }
 
-std::vector<std::string> RedisClient::keys(int db, const std::string &pattern) {
-    const Reply reply = checked(db, {"KEYS", pattern});
+std::vector<std::string> redis_client::keys(int db, const std::string &pattern) {
+    const reply_ptr reply = checked(db, {"KEYS", pattern});
     std::vector<std::string> found;
     for (size_t i = 0; i < reply->elements; ++i) {
         found.push_back(text_of(reply->element[i]));
@@ -119,39 +119,39 @@ std::vector<std::string> RedisClient::keys(int db, const std::string &pattern) {
     return found;
 }
 
-long long RedisClient::pttl(int db, const std::string &key) {
+long long redis_client::pttl(int db, const std::string &key) {
     return checked(db, {"PTTL", key})->integer;
 }
 
-bool RedisClient::pexpire(int db, const std::string &key, long long ms) {
+bool redis_client::pexpire(int db, const std::string &key, long long ms) {
     return checked(db, {"PEXPIRE", key, std::to_string(ms)})->integer == 1;
 }
 
-void RedisClient::flushall() {
+void redis_client::flushall() {
     checked(selected_db_, {"FLUSHALL"});
 }
 
-std::string RedisClient::config_get(const std::string &parameter) {
-    const Reply reply = checked(selected_db_, {"CONFIG", "GET", parameter});
+std::string redis_client::config_get(const std::string &parameter) {
+    const reply_ptr reply = checked(selected_db_, {"CONFIG", "GET", parameter});
     if (reply->type != REDIS_REPLY_ARRAY || reply->elements != 2) {
         throw std::runtime_error("redis client: no configuration parameter " + parameter);
     }
     return text_of(reply->element[1]);
 }
 
-void RedisClient::config_set(const std::string &parameter, const std::string &value) {
+void redis_client::config_set(const std::string &parameter, const std::string &value) {
     checked(selected_db_, {"CONFIG", "SET", parameter, value});
 }
 
-long long RedisClient::client_kill_pubsub() {
+long long redis_client::client_kill_pubsub() {
     return checked(selected_db_, {"CLIENT", "KILL", "TYPE", "pubsub"})->integer;
 }
 
-std::string RedisClient::info(const std::string &section) {
+std::string redis_client::info(const std::string &section) {
     return text_of(checked(selected_db_, {"INFO", section}).get());
 }
 
-long long RedisClient::command_calls(const std::string &command) {
+long long redis_client::command_calls(const std::string &command) {
     const std::string stats = info("commandstats");
     const std::string label = "cmdstat_" + command + ":calls=";
     const size_t at = stats.find(label);

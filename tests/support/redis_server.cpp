@@ -31,8 +31,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kStartDeadline = 10s;
-constexpr auto kStopDeadline = 5s;
+constexpr auto START_DEADLINE = 10s;
+constexpr auto STOP_DEADLINE = 5s;
 
 std::string make_private_dir() {
     const char *tmp = std::getenv("TMPDIR");
@@ -71,11 +71,11 @@ bool reap(pid_t pid) {
 
 } // namespace
 
-RedisServer::RedisServer()
+redis_server::redis_server()
     : dir_(make_private_dir()), socket_path_(dir_ + "/redis.sock"), log_path_(dir_ + "/redis.log") {
 }
 
-RedisServer::~RedisServer() {
+redis_server::~redis_server() {
     try {
         stop();
     } catch (...) {
@@ -88,7 +88,7 @@ RedisServer::~RedisServer() {
     std::filesystem::remove_all(dir_, ignored);
 }
 
-void RedisServer::start() {
+void redis_server::start() {
     if (pid_ > 0) {
         throw std::logic_error("redis-server is already running");
     }
@@ -155,7 +155,7 @@ void RedisServer::start() {
     wait_until_ready();
 }
 
-void RedisServer::wait_until_ready() {
+void redis_server::wait_until_ready() {
     bool exited = false;
     const bool ready = eventually(
         [&] {
@@ -165,7 +165,7 @@ void RedisServer::wait_until_ready() {
             }
             return answers_ping(socket_path_);
         },
-        std::chrono::duration_cast<std::chrono::milliseconds>(kStartDeadline));
+        std::chrono::duration_cast<std::chrono::milliseconds>(START_DEADLINE));
     if (ready && !exited) {
         return;
     }
@@ -179,7 +179,7 @@ void RedisServer::wait_until_ready() {
                              log());
 }
 
-void RedisServer::stop() {
+void redis_server::stop() {
     if (pid_ <= 0) {
         return;
     }
@@ -189,7 +189,7 @@ void RedisServer::stop() {
     }
     const pid_t pid = pid_;
     if (!eventually([pid] { return reap(pid); },
-                    std::chrono::duration_cast<std::chrono::milliseconds>(kStopDeadline))) {
+                    std::chrono::duration_cast<std::chrono::milliseconds>(STOP_DEADLINE))) {
         kill(pid, SIGKILL);
         waitpid(pid, nullptr, 0);
     }
@@ -199,26 +199,26 @@ void RedisServer::stop() {
     std::filesystem::remove(socket_path_, ignored);
 }
 
-void RedisServer::restart() {
+void redis_server::restart() {
     stop();
     start();
 }
 
-void RedisServer::pause() {
+void redis_server::pause() {
     if (pid_ > 0 && !paused_) {
         kill(pid_, SIGSTOP);
         paused_ = true;
     }
 }
 
-void RedisServer::resume() {
+void redis_server::resume() {
     if (pid_ > 0 && paused_) {
         kill(pid_, SIGCONT);
         paused_ = false;
     }
 }
 
-std::string RedisServer::log() const {
+std::string redis_server::log() const {
     std::ifstream file(log_path_);
     std::ostringstream text;
     text << file.rdbuf();

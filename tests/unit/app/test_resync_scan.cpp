@@ -81,8 +81,9 @@ TEST_F(CheckDbValidateTest, MarkRereadSweepInExactOrder) {
             EXPECT_EQ(c.key, PUBLISHED[i]);
             EXPECT_EQ(c.args, std::vector<int32_t>{100});
         }
-        EXPECT_THAT(trace_lines(), ElementsAre(INFO("check_db_validate", "check_db_validate start"),
-                                               INFO("check_db_validate", "check_db_validate end")));
+        EXPECT_THAT(trace_lines(),
+                    ElementsAre(info_line("check_db_validate", "check_db_validate start"),
+                                info_line("check_db_validate", "check_db_validate end")));
     }
 }
 
@@ -112,8 +113,9 @@ TEST_F(CheckDbValidateTest, EmptyConfigurationSweepsAllSixPatterns) {
     EXPECT_EQ(check_db_validate(1), 0);
     EXPECT_THAT(bus().keys(0),
                 ElementsAre("/bridge/vvlan/data/end", "/bridge/vvlan/mvlan_oui_msg/3"));
-    EXPECT_THAT(trace_lines(), ElementsAre(INFO("check_db_validate", "check_db_validate start"),
-                                           INFO("check_db_validate", "check_db_validate end")));
+    EXPECT_THAT(trace_lines(),
+                ElementsAre(info_line("check_db_validate", "check_db_validate start"),
+                            info_line("check_db_validate", "check_db_validate end")));
     EXPECT_THAT(bus().writes(), IsEmpty());
 }
 
@@ -150,8 +152,8 @@ TEST_F(CheckDbValidateTest, RereadRepublishesTheConfigurationMarkerLast) {
     EXPECT_EQ(check_db_validate(0), 0);
     const std::vector<db_write> w = bus().writes();
     ASSERT_FALSE(w.empty());
-    EXPECT_EQ(w.front(), SET(0, "/bridge/vvlan/cos_dscp/", bytes({0, 0, 5, 0x2e})));
-    EXPECT_EQ(w.back(), SET(0, "/bridge/vvlan/data/end", "4"));
+    EXPECT_EQ(w.front(), set_write(0, "/bridge/vvlan/cos_dscp/", bytes({0, 0, 5, 0x2e})));
+    EXPECT_EQ(w.back(), set_write(0, "/bridge/vvlan/data/end", "4"));
     EXPECT_EQ(bus().value(0, "/bridge/vvlan/secu_mode/"), "1");
     EXPECT_EQ(bus().value(0, "/bridge/vvlan/vid/100"), bytes({0, 0}));
 }

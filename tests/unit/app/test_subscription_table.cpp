@@ -92,8 +92,8 @@ TEST_F(SubscriptionTableTest, ExpireChangesNothing) {
         EXPECT_EQ(m.rep.reads, 0) << i;
         if (i <= 8) {
             EXPECT_EQ(rv, 0) << i;
-            EXPECT_THAT(trace_lines(),
-                        ::testing::Contains(ERR(ROWS[i].handler_name, "not care CMD_EXPIRE event")))
+            EXPECT_THAT(trace_lines(), ::testing::Contains(err_line(ROWS[i].handler_name,
+                                                                    "not care CMD_EXPIRE event")))
                 << i;
         } else {
             EXPECT_EQ(rv, -4) << i;

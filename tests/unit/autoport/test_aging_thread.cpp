@@ -61,33 +61,34 @@ TEST_F(AgeThreadTest, AgedPortIsRemovedOnePeriodAfterThePreCheck) {
     joined(5, true);
     start();
     EXPECT_EQ(next_sleep(), 5u);
-    EXPECT_THAT(trace_lines_elsewhere(), ElementsAre(INFO("age_time_thread", "aging_time=60")));
+    EXPECT_THAT(trace_lines_elsewhere(),
+                ElementsAre(info_line("age_time_thread", "aging_time=60")));
     release();
     EXPECT_EQ(next_sleep(), 60u);
     EXPECT_THAT(bus().writes(), IsEmpty());
     clear_trace();
     release();
     EXPECT_EQ(next_sleep(), 5u);
-    EXPECT_THAT(bus().writes(), ElementsAre(DEL(1, "/bri/mac/macTblDyn_vvlan/5"),
-                                            DEL(0, "/bridge/vvlan/port_oper/5/2")));
+    EXPECT_THAT(bus().writes(), ElementsAre(del_write(1, "/bri/mac/macTblDyn_vvlan/5"),
+                                            del_write(0, "/bridge/vvlan/port_oper/5/2")));
     EXPECT_EQ(g_vvlan_auto_port[5].add_vvlan_flag, 0);
     EXPECT_EQ(g_vvlan_auto_port[5].aging_flag, 0);
     EXPECT_EQ(g_vvlan_auto_port[5].enable, 1);
-    EXPECT_THAT(
-        trace_lines_elsewhere(),
-        ElementsAre(INFO("age_time_thread", "aging time end!"),
-                    INFO("age_time_thread", "determined whether the auto port 5 should be aged"),
-                    INFO("age_time_thread", "del auto mode port msg to PI"),
-                    INFO("set_mac2ce_global", "set_mac2ce_global start"),
-                    INFO("set_mac2ce_global", "ifx=5"),
-                    INFO("set_mac2ce_global", "key=/bri/mac/macTblDyn_vvlan/5"),
-                    INFO("set_mac2ce_global", "TUKREDIS_DEL end"),
-                    INFO("set_mac2ce_global", "set_mac2ce_global end"),
-                    INFO("del_port_oper_redis", "del_port_oper_redis start"),
-                    INFO("del_port_oper_redis", "ifx=5, mode=2"),
-                    INFO("del_port_oper_redis", "key=/bridge/vvlan/port_oper/5/2"),
-                    INFO("del_port_oper_redis", "del_port_oper_redis end"),
-                    INFO("age_time_thread", "the 5 port is aged")));
+    EXPECT_THAT(trace_lines_elsewhere(),
+                ElementsAre(info_line("age_time_thread", "aging time end!"),
+                            info_line("age_time_thread",
+                                      "determined whether the auto port 5 should be aged"),
+                            info_line("age_time_thread", "del auto mode port msg to PI"),
+                            info_line("set_mac2ce_global", "set_mac2ce_global start"),
+                            info_line("set_mac2ce_global", "ifx=5"),
+                            info_line("set_mac2ce_global", "key=/bri/mac/macTblDyn_vvlan/5"),
+                            info_line("set_mac2ce_global", "TUKREDIS_DEL end"),
+                            info_line("set_mac2ce_global", "set_mac2ce_global end"),
+                            info_line("del_port_oper_redis", "del_port_oper_redis start"),
+                            info_line("del_port_oper_redis", "ifx=5, mode=2"),
+                            info_line("del_port_oper_redis", "key=/bridge/vvlan/port_oper/5/2"),
+                            info_line("del_port_oper_redis", "del_port_oper_redis end"),
+                            info_line("age_time_thread", "the 5 port is aged")));
     // Nothing ages any more: back to 5-second passes.
     release();
     EXPECT_EQ(next_sleep(), 5u);
@@ -101,8 +102,9 @@ TEST_F(AgeThreadTest, PreCheckTracesThePeriodAroundItsSleep) {
     clear_trace();
     release();
     EXPECT_EQ(next_sleep(), 60u);
-    EXPECT_THAT(trace_lines_elsewhere(), ElementsAre(INFO("age_time_thread", "check_time end!"),
-                                                     INFO("age_time_thread", "aging time start!")));
+    EXPECT_THAT(trace_lines_elsewhere(),
+                ElementsAre(info_line("age_time_thread", "check_time end!"),
+                            info_line("age_time_thread", "aging time start!")));
 }
 
 // A learning during the period spares the port for that pass; it is judged
@@ -154,9 +156,10 @@ TEST_F(AgeThreadTest, FiveSecondPassesClearRefreshFlagsAndWriteNothing) {
     EXPECT_THAT(bus().writes(), IsEmpty());
     EXPECT_THAT(
         trace_lines_elsewhere(),
-        ElementsAre(INFO("age_time_thread", "check_time end!"),
-                    INFO("age_time_thread", "determined whether the auto port 1 should be aged"),
-                    INFO("age_time_thread", "determined whether the auto port 3 should be aged")));
+        ElementsAre(
+            info_line("age_time_thread", "check_time end!"),
+            info_line("age_time_thread", "determined whether the auto port 1 should be aged"),
+            info_line("age_time_thread", "determined whether the auto port 3 should be aged")));
     EXPECT_THAT(sleep_control::get().requests(), ElementsAre(5u, 5u));
 }
 
@@ -172,10 +175,10 @@ TEST_F(AgeThreadTest, FlagRaisedDuringThePeriodIsJudgedInThatPass) {
     g_vvlan_auto_port[9].aging_flag = 1;
     release();
     EXPECT_EQ(next_sleep(), 5u);
-    EXPECT_THAT(bus().writes(), ElementsAre(DEL(1, "/bri/mac/macTblDyn_vvlan/5"),
-                                            DEL(0, "/bridge/vvlan/port_oper/5/2"),
-                                            DEL(1, "/bri/mac/macTblDyn_vvlan/9"),
-                                            DEL(0, "/bridge/vvlan/port_oper/9/2")));
+    EXPECT_THAT(bus().writes(), ElementsAre(del_write(1, "/bri/mac/macTblDyn_vvlan/5"),
+                                            del_write(0, "/bridge/vvlan/port_oper/5/2"),
+                                            del_write(1, "/bri/mac/macTblDyn_vvlan/9"),
+                                            del_write(0, "/bridge/vvlan/port_oper/9/2")));
 }
 
 // The period is read once, when the thread starts.
@@ -246,10 +249,10 @@ TEST_F(AgeThreadTest, StopDuringAPassWaitsForThePassToFinish) {
     bus().open_command_gate();
     EXPECT_EQ(vvlan_timer_join(), 0);
     EXPECT_TRUE(lock_is_free());
-    EXPECT_THAT(bus().writes(), ElementsAre(DEL(1, "/bri/mac/macTblDyn_vvlan/5"),
-                                            DEL(0, "/bridge/vvlan/port_oper/5/2")));
+    EXPECT_THAT(bus().writes(), ElementsAre(del_write(1, "/bri/mac/macTblDyn_vvlan/5"),
+                                            del_write(0, "/bridge/vvlan/port_oper/5/2")));
     EXPECT_EQ(bus().check_write_convention(), "");
-    EXPECT_EQ(trace_lines_elsewhere().back(), INFO("age_time_thread", "the 5 port is aged"));
+    EXPECT_EQ(trace_lines_elsewhere().back(), info_line("age_time_thread", "the 5 port is aged"));
 }
 
 // The main thread's refresh_flag write waits for a pass in progress.

@@ -29,7 +29,7 @@ class AgeThreadStressTest : public DaemonTest {
   protected:
     void SetUp() override {
         DaemonTest::SetUp();
-        sleep_control::get().reset(sleep_mode::instant);
+        sleep_control::get().reset(sleep_mode::INSTANT);
         dov_vvlan_set_dbg(0);
         g_vvlan_table.aging_minutes = 0;
         g_vvlan_oui_table[0] =

@@ -44,8 +44,8 @@ class MacNotifyTest : public DaemonTest {
 TEST_F(MacNotifyTest, NullRecord) {
     EXPECT_EQ(get_mac_notify_pmsg_f(nullptr), -4);
     EXPECT_THAT(trace_lines(),
-                ElementsAre(INFO("get_mac_notify_pmsg_f", "get_mac_notify_pmsg_f start"),
-                            ERR("get_mac_notify_pmsg_f", "pmsg is null")));
+                ElementsAre(info_line("get_mac_notify_pmsg_f", "get_mac_notify_pmsg_f start"),
+                            err_line("get_mac_notify_pmsg_f", "pmsg is null")));
 }
 
 TEST_F(MacNotifyTest, FirstLearningJoinsThePort) {
@@ -58,35 +58,35 @@ TEST_F(MacNotifyTest, FirstLearningJoinsThePort) {
     EXPECT_EQ(g_auto_add_vvlan_table[5].oui_flag[0], OUI_FLAG_LEARNED);
     EXPECT_EQ(g_auto_add_vvlan_table[5].oui_aged_flag[0], 0);
     EXPECT_THAT(bus().writes(),
-                ElementsAre(SET(0, "/bridge/vvlan/port_oper/5/2", bytes({0, 9})),
-                            SET(1, "/bri/mac/macTblDyn_vvlan/5", bytes({0, 0, 0, 5}))));
+                ElementsAre(set_write(0, "/bridge/vvlan/port_oper/5/2", bytes({0, 9})),
+                            set_write(1, "/bri/mac/macTblDyn_vvlan/5", bytes({0, 0, 0, 5}))));
     const std::vector<platform_call> map = platform().calls("get_ifx");
     ASSERT_EQ(map.size(), 1u);
     EXPECT_EQ(map[0].args, (std::vector<int64_t>{6, 2}));
     EXPECT_THAT(
         trace_lines(),
         ElementsAre(
-            INFO("get_mac_notify_pmsg_f", "get_mac_notify_pmsg_f start"),
-            INFO("get_mac_notify_pmsg_f", "pmsg db=0 key=" + PHONE_KEY + " cmd=2"),
-            INFO("get_mac_notify_pmsg_f", "It is NA notification"),
-            INFO("is_vvlan_oui", "entry(0) is ENABLED"), INFO("is_vvlan_oui", "i=0"),
-            INFO("set_oui_msg", "set oui msg start"),
-            INFO("set_oui_aged_flag", "g_auto_add_vvlan_table[5].oui_aged_flag[0]=0"),
-            INFO("set_oui_msg", "pri_oui_num=1"),
-            INFO("set_oui_msg", "g_auto_add_vvlan_table[5].oui_flag[0] = 1"),
-            INFO("set_oui_msg", "ifx=5, mode=2"),
-            INFO("set_port_oper_redis", "set_port_oper_redis start"),
-            INFO("set_port_oper_redis",
-                 "vvlan_port_oper->ifx=5, vvlan_port_oper->mode=2, vvlan_port_oper->enable=1"),
-            INFO("set_port_oper_redis", "key=/bridge/vvlan/port_oper/5/2"),
-            INFO("set_port_oper_redis", "set_port_oper_redis end"),
-            INFO("set_mac2ce_global", "set_mac2ce_global start"),
-            INFO("set_mac2ce_global", "ifx=5"),
-            INFO("set_mac2ce_global", "key=/bri/mac/macTblDyn_vvlan/5"),
-            INFO("set_mac2ce_global", "TUKREDIS_SET end"),
-            INFO("set_mac2ce_global", "set_mac2ce_global end"),
-            INFO("set_oui_msg", "set oui msg end"),
-            INFO("get_mac_notify_pmsg_f", "get_mac_notify_pmsg_f end")));
+            info_line("get_mac_notify_pmsg_f", "get_mac_notify_pmsg_f start"),
+            info_line("get_mac_notify_pmsg_f", "pmsg db=0 key=" + PHONE_KEY + " cmd=2"),
+            info_line("get_mac_notify_pmsg_f", "It is NA notification"),
+            info_line("is_vvlan_oui", "entry(0) is ENABLED"), info_line("is_vvlan_oui", "i=0"),
+            info_line("set_oui_msg", "set oui msg start"),
+            info_line("set_oui_aged_flag", "g_auto_add_vvlan_table[5].oui_aged_flag[0]=0"),
+            info_line("set_oui_msg", "pri_oui_num=1"),
+            info_line("set_oui_msg", "g_auto_add_vvlan_table[5].oui_flag[0] = 1"),
+            info_line("set_oui_msg", "ifx=5, mode=2"),
+            info_line("set_port_oper_redis", "set_port_oper_redis start"),
+            info_line("set_port_oper_redis",
+                      "vvlan_port_oper->ifx=5, vvlan_port_oper->mode=2, vvlan_port_oper->enable=1"),
+            info_line("set_port_oper_redis", "key=/bridge/vvlan/port_oper/5/2"),
+            info_line("set_port_oper_redis", "set_port_oper_redis end"),
+            info_line("set_mac2ce_global", "set_mac2ce_global start"),
+            info_line("set_mac2ce_global", "ifx=5"),
+            info_line("set_mac2ce_global", "key=/bri/mac/macTblDyn_vvlan/5"),
+            info_line("set_mac2ce_global", "TUKREDIS_SET end"),
+            info_line("set_mac2ce_global", "set_mac2ce_global end"),
+            info_line("set_oui_msg", "set oui msg end"),
+            info_line("get_mac_notify_pmsg_f", "get_mac_notify_pmsg_f end")));
 }
 
 TEST_F(MacNotifyTest, SecondLearningOnlyCounts) {
@@ -97,8 +97,9 @@ TEST_F(MacNotifyTest, SecondLearningOnlyCounts) {
     EXPECT_EQ(port().pri_oui_num, 2u);
     EXPECT_THAT(bus().writes(), IsEmpty());
     EXPECT_THAT(trace_lines(),
-                Contains(INFO("set_oui_msg", "This auto mode port has add to VVLAN")));
-    EXPECT_EQ(trace_lines().back(), INFO("get_mac_notify_pmsg_f", "get_mac_notify_pmsg_f end"));
+                Contains(info_line("set_oui_msg", "This auto mode port has add to VVLAN")));
+    EXPECT_EQ(trace_lines().back(),
+              info_line("get_mac_notify_pmsg_f", "get_mac_notify_pmsg_f end"));
 }
 
 TEST_F(MacNotifyTest, OtherVlanIsIgnored) {
@@ -108,7 +109,7 @@ TEST_F(MacNotifyTest, OtherVlanIsIgnored) {
     EXPECT_THAT(bus().writes(), IsEmpty());
     EXPECT_THAT(platform().calls(), IsEmpty());
     EXPECT_EQ(trace_lines().back(),
-              INFO("oui_fw_check", "g_vvlan_table.vid=200, op_args.key.brg_id=100"));
+              info_line("oui_fw_check", "g_vvlan_table.vid=200, op_args.key.brg_id=100"));
 }
 
 // vid keeps the last id after a disable, so learnings there still count.
@@ -123,14 +124,14 @@ TEST_F(MacNotifyTest, PortNotInAutoModeIsIgnoredEvenWhenTheOuiMatches) {
     EXPECT_EQ(learn(), 0);
     EXPECT_EQ(port().pri_oui_num, 0u);
     EXPECT_THAT(bus().writes(), IsEmpty());
-    EXPECT_EQ(trace_lines().back(), INFO("oui_fw_check", "!g_vvlan_auto_port[5].enable=0"));
+    EXPECT_EQ(trace_lines().back(), info_line("oui_fw_check", "!g_vvlan_auto_port[5].enable=0"));
 }
 
 TEST_F(MacNotifyTest, AddressWithoutAVoiceOuiIsIgnored) {
     EXPECT_EQ(learn("/bri/mac/macTblDyn_vvlan/100/6/00e0bc123456"), 0);
     EXPECT_EQ(port().pri_oui_num, 0u);
     EXPECT_THAT(bus().writes(), IsEmpty());
-    EXPECT_EQ(trace_lines().back(), INFO("is_vvlan_oui", "isn't vvlan  oui start"));
+    EXPECT_EQ(trace_lines().back(), info_line("is_vvlan_oui", "isn't vvlan  oui start"));
 }
 
 TEST_F(MacNotifyTest, UnknownPhyidFails) {
@@ -138,8 +139,8 @@ TEST_F(MacNotifyTest, UnknownPhyidFails) {
     EXPECT_EQ(learn(), -11);
     const std::vector<expected_line> lines = trace_lines();
     ASSERT_GE(lines.size(), 2u);
-    EXPECT_EQ(lines[lines.size() - 2], INFO("oui_fw_check", "libsdm_get_ifx_by_phyid failed"));
-    EXPECT_EQ(lines.back(), INFO("get_mac_notify_pmsg_f", "oui_fw_check failed"));
+    EXPECT_EQ(lines[lines.size() - 2], info_line("oui_fw_check", "libsdm_get_ifx_by_phyid failed"));
+    EXPECT_EQ(lines.back(), info_line("get_mac_notify_pmsg_f", "oui_fw_check failed"));
     EXPECT_EQ(port().pri_oui_num, 0u);
 }
 
@@ -151,7 +152,7 @@ TEST_F(MacNotifyTest, IfxOutsideThePortsFromTheDeviceManagerIsDropped) {
     EXPECT_EQ(learn(), -11);
     EXPECT_THAT(bus().writes(), IsEmpty());
     EXPECT_THAT(trace_lines(),
-                Contains(ERR("oui_fw_check", "phyid=6 maps to ifx=53, not a port, dropped")));
+                Contains(err_line("oui_fw_check", "phyid=6 maps to ifx=53, not a port, dropped")));
 }
 
 TEST_F(MacNotifyTest, ShortMacIsDropped) {
@@ -196,7 +197,8 @@ TEST_F(MacNotifyTest, LastAgeingWithTheVoiceVlanOnMarksThePortForAging) {
     EXPECT_EQ(port().aging_flag, 1);
     EXPECT_EQ(port().add_vvlan_flag, 1);
     EXPECT_THAT(bus().writes(), IsEmpty());
-    EXPECT_THAT(trace_lines(), Contains(INFO("set_oui_msg", "g_vvlan_auto_port[5].aging_flag=1")));
+    EXPECT_THAT(trace_lines(),
+                Contains(info_line("set_oui_msg", "g_vvlan_auto_port[5].aging_flag=1")));
 }
 
 // With the voice VLAN off there is no aging thread: the port leaves at once,
@@ -208,7 +210,7 @@ TEST_F(MacNotifyTest, LastAgeingWithTheVoiceVlanOffLeavesAtOnce) {
     EXPECT_EQ(age(), 0);
     EXPECT_EQ(port().add_vvlan_flag, 0);
     EXPECT_EQ(port().aging_flag, 0);
-    EXPECT_THAT(bus().writes(), ElementsAre(DEL(0, "/bridge/vvlan/port_oper/5/2")));
+    EXPECT_THAT(bus().writes(), ElementsAre(del_write(0, "/bridge/vvlan/port_oper/5/2")));
     EXPECT_EQ(bus().value(1, "/bri/mac/macTblDyn_vvlan/5"), bytes({0, 0, 0, 5}));
 }
 
@@ -223,8 +225,8 @@ TEST_F(MacNotifyTest, EveryCodeButTwoAndNineIsAnAgeing) {
 TEST_F(MacNotifyTest, ExpireIsIgnoredBeforeTheRecordIsTraced) {
     EXPECT_EQ(notify(TUKREDIS_CMD_EXPIRE), 0);
     EXPECT_THAT(trace_lines(),
-                ElementsAre(INFO("get_mac_notify_pmsg_f", "get_mac_notify_pmsg_f start"),
-                            ERR("get_mac_notify_pmsg_f", "not care CMD_EXPIRE event")));
+                ElementsAre(info_line("get_mac_notify_pmsg_f", "get_mac_notify_pmsg_f start"),
+                            err_line("get_mac_notify_pmsg_f", "not care CMD_EXPIRE event")));
     EXPECT_EQ(port().pri_oui_num, 0u);
 }
 
@@ -254,7 +256,7 @@ TEST_F(MacNotifyTest, SpecifiedMarkStaysAfterALearning) {
     EXPECT_EQ(learn(), 0);
     EXPECT_EQ(g_auto_add_vvlan_table[5].oui_flag[0], OUI_FLAG_SPECIFIED);
     EXPECT_THAT(trace_lines(),
-                Contains(INFO("set_oui_msg", "g_auto_add_vvlan_table[5].oui_flag[0] = 2")));
+                Contains(info_line("set_oui_msg", "g_auto_add_vvlan_table[5].oui_flag[0] = 2")));
 }
 
 // Before any vid key, vid is 0: learnings in VLAN 0 (or with an empty VLAN
@@ -271,9 +273,9 @@ TEST_F(MacNotifyTest, JoinRequestHoldsTheIfxBigEndian) {
     set_mac2ce_global(0x01020304u, 1);
     set_mac2ce_global(52, 0);
     EXPECT_THAT(bus().writes(),
-                ElementsAre(SET(1, "/bri/mac/macTblDyn_vvlan/16909060", bytes({1, 2, 3, 4})),
-                            DEL(1, "/bri/mac/macTblDyn_vvlan/52")));
-    EXPECT_THAT(trace_lines(), Contains(INFO("set_mac2ce_global", "TUKREDIS_DEL end")));
+                ElementsAre(set_write(1, "/bri/mac/macTblDyn_vvlan/16909060", bytes({1, 2, 3, 4})),
+                            del_write(1, "/bri/mac/macTblDyn_vvlan/52")));
+    EXPECT_THAT(trace_lines(), Contains(info_line("set_mac2ce_global", "TUKREDIS_DEL end")));
 }
 
 } // namespace

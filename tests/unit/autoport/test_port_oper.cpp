@@ -28,8 +28,8 @@ class PortOperTest : public DaemonTest {
 TEST_F(PortOperTest, NullRecord) {
     EXPECT_EQ(get_port_oper_pmsg_f(nullptr), -4);
     EXPECT_THAT(trace_lines(),
-                ElementsAre(INFO("get_port_oper_pmsg_f", "get_port_oper_pmsg_f start"),
-                            ERR("get_port_oper_pmsg_f", "pmsg is null")));
+                ElementsAre(info_line("get_port_oper_pmsg_f", "get_port_oper_pmsg_f start"),
+                            err_line("get_port_oper_pmsg_f", "pmsg is null")));
 }
 
 // The record's own enable byte is not consulted: mode 1 turns auto on.
@@ -38,19 +38,20 @@ TEST_F(PortOperTest, SetMode1WithEnable0StillEnablesAndEchoes) {
     EXPECT_EQ(set("/bridge/vvlan/port_oper/7/1", port_oper_value(7, 0, 1)), 0);
     EXPECT_EQ(g_vvlan_auto_port[7].enable, 1);
     EXPECT_THAT(bus().writes(),
-                ElementsAre(SET(0, "/bridge/vvlan/port_oper/7/1", bytes({0x02, 0x03}))));
+                ElementsAre(set_write(0, "/bridge/vvlan/port_oper/7/1", bytes({0x02, 0x03}))));
     EXPECT_THAT(
         trace_lines(),
-        ElementsAre(INFO("get_port_oper_pmsg_f", "get_port_oper_pmsg_f start"),
-                    INFO("get_port_oper_pmsg_f", "pmsg db=1 key=/bridge/vvlan/port_oper/7/1 cmd=0"),
-                    INFO("get_port_oper_pmsg_f", "vvlan_port_oper->ifx=7, vvlan_port_oper->mode=1, "
-                                                 "vvlan_port_oper->enable=0"),
-                    INFO("set_port_oper_redis", "set_port_oper_redis start"),
-                    INFO("set_port_oper_redis", "vvlan_port_oper->ifx=7, vvlan_port_oper->mode=1, "
-                                                "vvlan_port_oper->enable=0"),
-                    INFO("set_port_oper_redis", "key=/bridge/vvlan/port_oper/7/1"),
-                    INFO("set_port_oper_redis", "set_port_oper_redis end"),
-                    INFO("get_port_oper_pmsg_f", "get_port_oper_pmsg_f end")));
+        ElementsAre(
+            info_line("get_port_oper_pmsg_f", "get_port_oper_pmsg_f start"),
+            info_line("get_port_oper_pmsg_f", "pmsg db=1 key=/bridge/vvlan/port_oper/7/1 cmd=0"),
+            info_line("get_port_oper_pmsg_f", "vvlan_port_oper->ifx=7, vvlan_port_oper->mode=1, "
+                                              "vvlan_port_oper->enable=0"),
+            info_line("set_port_oper_redis", "set_port_oper_redis start"),
+            info_line("set_port_oper_redis", "vvlan_port_oper->ifx=7, vvlan_port_oper->mode=1, "
+                                             "vvlan_port_oper->enable=0"),
+            info_line("set_port_oper_redis", "key=/bridge/vvlan/port_oper/7/1"),
+            info_line("set_port_oper_redis", "set_port_oper_redis end"),
+            info_line("get_port_oper_pmsg_f", "get_port_oper_pmsg_f end")));
 }
 
 // The key is built from the record, not from the notified key.
@@ -58,14 +59,16 @@ TEST_F(PortOperTest, KeyComesFromTheRecord) {
     EXPECT_EQ(set("/bridge/vvlan/port_oper/7/1", port_oper_value(52, 1, 1)), 0);
     EXPECT_EQ(g_vvlan_auto_port[52].enable, 1);
     EXPECT_EQ(g_vvlan_auto_port[7].enable, 0);
-    EXPECT_THAT(bus().writes(), ElementsAre(SET(0, "/bridge/vvlan/port_oper/52/1", bytes({0, 0}))));
+    EXPECT_THAT(bus().writes(),
+                ElementsAre(set_write(0, "/bridge/vvlan/port_oper/52/1", bytes({0, 0}))));
 }
 
 TEST_F(PortOperTest, SetMode2ChangesNoStateAndEchoes) {
     EXPECT_EQ(set("/bridge/vvlan/port_oper/7/2", port_oper_value(7, 1, 2)), 0);
     EXPECT_EQ(g_vvlan_auto_port[7].enable, 0);
     EXPECT_EQ(g_vvlan_auto_port[7].add_vvlan_flag, 0);
-    EXPECT_THAT(bus().writes(), ElementsAre(SET(0, "/bridge/vvlan/port_oper/7/2", bytes({0, 0}))));
+    EXPECT_THAT(bus().writes(),
+                ElementsAre(set_write(0, "/bridge/vvlan/port_oper/7/2", bytes({0, 0}))));
 }
 
 TEST_F(PortOperTest, DeleteMode1OnAPortNeverJoinedDeletesOnlyThatKey) {
@@ -74,19 +77,20 @@ TEST_F(PortOperTest, DeleteMode1OnAPortNeverJoinedDeletesOnlyThatKey) {
     EXPECT_EQ(del("/bridge/vvlan/port_oper/7/1"), 0);
     EXPECT_EQ(g_vvlan_auto_port[7].enable, 0);
     EXPECT_EQ(g_vvlan_auto_port[7].pri_oui_num, 0u);
-    EXPECT_THAT(bus().writes(), ElementsAre(DEL(0, "/bridge/vvlan/port_oper/7/1")));
+    EXPECT_THAT(bus().writes(), ElementsAre(del_write(0, "/bridge/vvlan/port_oper/7/1")));
     EXPECT_THAT(
         trace_lines(),
-        ElementsAre(INFO("get_port_oper_pmsg_f", "get_port_oper_pmsg_f start"),
-                    INFO("get_port_oper_pmsg_f", "pmsg db=1 key=/bridge/vvlan/port_oper/7/1 cmd=1"),
-                    INFO("get_port_oper_pmsg_f", "ifx=7, mode=1"),
-                    INFO("del_port_oper_redis", "del_port_oper_redis start"),
-                    INFO("del_port_oper_redis", "ifx=7, mode=1"),
-                    INFO("del_port_oper_redis", "ifx=7: pri_oui_num=0, auto mode enable=0"),
-                    INFO("del_port_oper_redis", "key=/bridge/vvlan/port_oper/7/1"),
-                    INFO("del_port_oper_redis", "del_port_oper_redis end"),
-                    INFO("get_port_oper_pmsg_f", "del_port_oper_redis end"),
-                    INFO("get_port_oper_pmsg_f", "get_port_oper_pmsg_f end")));
+        ElementsAre(
+            info_line("get_port_oper_pmsg_f", "get_port_oper_pmsg_f start"),
+            info_line("get_port_oper_pmsg_f", "pmsg db=1 key=/bridge/vvlan/port_oper/7/1 cmd=1"),
+            info_line("get_port_oper_pmsg_f", "ifx=7, mode=1"),
+            info_line("del_port_oper_redis", "del_port_oper_redis start"),
+            info_line("del_port_oper_redis", "ifx=7, mode=1"),
+            info_line("del_port_oper_redis", "ifx=7: pri_oui_num=0, auto mode enable=0"),
+            info_line("del_port_oper_redis", "key=/bridge/vvlan/port_oper/7/1"),
+            info_line("del_port_oper_redis", "del_port_oper_redis end"),
+            info_line("get_port_oper_pmsg_f", "del_port_oper_redis end"),
+            info_line("get_port_oper_pmsg_f", "get_port_oper_pmsg_f end")));
 }
 
 // A joined port also leaves the voice VLAN, but its MAC-table join key, its
@@ -103,25 +107,26 @@ TEST_F(PortOperTest, DeleteMode1OnAJoinedPortAlsoLeaves) {
     EXPECT_EQ(port.aging_flag, 0);
     EXPECT_EQ(port.refresh_flag, 1);
     EXPECT_EQ(g_auto_add_vvlan_table[7].oui_flag[0], OUI_FLAG_LEARNED);
-    EXPECT_THAT(bus().writes(), ElementsAre(DEL(0, "/bridge/vvlan/port_oper/7/1"),
-                                            DEL(0, "/bridge/vvlan/port_oper/7/2")));
+    EXPECT_THAT(bus().writes(), ElementsAre(del_write(0, "/bridge/vvlan/port_oper/7/1"),
+                                            del_write(0, "/bridge/vvlan/port_oper/7/2")));
     EXPECT_THAT(
         trace_lines(),
-        ElementsAre(INFO("get_port_oper_pmsg_f", "get_port_oper_pmsg_f start"),
-                    INFO("get_port_oper_pmsg_f", "pmsg db=1 key=/bridge/vvlan/port_oper/7/1 cmd=1"),
-                    INFO("get_port_oper_pmsg_f", "ifx=7, mode=1"),
-                    INFO("del_port_oper_redis", "del_port_oper_redis start"),
-                    INFO("del_port_oper_redis", "ifx=7, mode=1"),
-                    INFO("del_port_oper_redis", "ifx=7: pri_oui_num=0, auto mode enable=0"),
-                    INFO("del_port_oper_redis", "key=/bridge/vvlan/port_oper/7/1"),
-                    INFO("del_port_oper_redis", "exit_auto_port start"),
-                    INFO("del_port_oper_redis", "ifx=7, mode=2"),
-                    INFO("del_port_oper_redis", "key=/bridge/vvlan/port_oper/7/2"),
-                    INFO("del_port_oper_redis", "exit_auto_port end"),
-                    INFO("del_port_oper_redis", "ifx=7: add_vvlan_flag=0"),
-                    INFO("del_port_oper_redis", "del_port_oper_redis end"),
-                    INFO("get_port_oper_pmsg_f", "del_port_oper_redis end"),
-                    INFO("get_port_oper_pmsg_f", "get_port_oper_pmsg_f end")));
+        ElementsAre(
+            info_line("get_port_oper_pmsg_f", "get_port_oper_pmsg_f start"),
+            info_line("get_port_oper_pmsg_f", "pmsg db=1 key=/bridge/vvlan/port_oper/7/1 cmd=1"),
+            info_line("get_port_oper_pmsg_f", "ifx=7, mode=1"),
+            info_line("del_port_oper_redis", "del_port_oper_redis start"),
+            info_line("del_port_oper_redis", "ifx=7, mode=1"),
+            info_line("del_port_oper_redis", "ifx=7: pri_oui_num=0, auto mode enable=0"),
+            info_line("del_port_oper_redis", "key=/bridge/vvlan/port_oper/7/1"),
+            info_line("del_port_oper_redis", "exit_auto_port start"),
+            info_line("del_port_oper_redis", "ifx=7, mode=2"),
+            info_line("del_port_oper_redis", "key=/bridge/vvlan/port_oper/7/2"),
+            info_line("del_port_oper_redis", "exit_auto_port end"),
+            info_line("del_port_oper_redis", "ifx=7: add_vvlan_flag=0"),
+            info_line("del_port_oper_redis", "del_port_oper_redis end"),
+            info_line("get_port_oper_pmsg_f", "del_port_oper_redis end"),
+            info_line("get_port_oper_pmsg_f", "get_port_oper_pmsg_f end")));
 }
 
 TEST_F(PortOperTest, DeleteMode2ClearsTheJoinFlagsAndDeletesTheKeyAgain) {
@@ -134,7 +139,7 @@ TEST_F(PortOperTest, DeleteMode2ClearsTheJoinFlagsAndDeletesTheKeyAgain) {
     EXPECT_EQ(g_vvlan_auto_port[7].aging_flag, 0);
     EXPECT_EQ(g_vvlan_auto_port[7].enable, 1);
     EXPECT_EQ(g_vvlan_auto_port[7].pri_oui_num, 2u);
-    EXPECT_THAT(bus().writes(), ElementsAre(DEL(0, "/bridge/vvlan/port_oper/7/2")));
+    EXPECT_THAT(bus().writes(), ElementsAre(del_write(0, "/bridge/vvlan/port_oper/7/2")));
 }
 
 TEST_F(PortOperTest, DeleteOfAnotherModeChangesNoStateButDeletesTheKey) {
@@ -143,7 +148,7 @@ TEST_F(PortOperTest, DeleteOfAnotherModeChangesNoStateButDeletesTheKey) {
     EXPECT_EQ(del("/bridge/vvlan/port_oper/7/3"), 0);
     EXPECT_EQ(g_vvlan_auto_port[7].enable, 1);
     EXPECT_EQ(g_vvlan_auto_port[7].add_vvlan_flag, 1);
-    EXPECT_THAT(bus().writes(), ElementsAre(DEL(0, "/bridge/vvlan/port_oper/7/3")));
+    EXPECT_THAT(bus().writes(), ElementsAre(del_write(0, "/bridge/vvlan/port_oper/7/3")));
 }
 
 TEST_F(PortOperTest, ExpireChangesNothing) {
@@ -151,7 +156,7 @@ TEST_F(PortOperTest, ExpireChangesNothing) {
     EXPECT_EQ(del("/bridge/vvlan/port_oper/7/1", TUKREDIS_CMD_EXPIRE), 0);
     EXPECT_EQ(g_vvlan_auto_port[7].enable, 1);
     EXPECT_THAT(bus().writes(), IsEmpty());
-    EXPECT_EQ(trace_lines().back(), ERR("get_port_oper_pmsg_f", "not care CMD_EXPIRE event"));
+    EXPECT_EQ(trace_lines().back(), err_line("get_port_oper_pmsg_f", "not care CMD_EXPIRE event"));
 }
 
 // An ifx that is not a port never indexes the tables.
@@ -178,13 +183,13 @@ TEST_F(PortOperTest, BadValues) {
     message failed(1, "/bridge/vvlan/port_oper/7/1", TUKREDIS_CMD_SET);
     failed.fail_read();
     EXPECT_EQ(get_port_oper_pmsg_f(&failed.pmsg), -11);
-    EXPECT_EQ(trace_lines().back(), ERR("get_port_oper_pmsg_f", "get value fail"));
+    EXPECT_EQ(trace_lines().back(), err_line("get_port_oper_pmsg_f", "get value fail"));
     message null(1, "/bridge/vvlan/port_oper/7/1", TUKREDIS_CMD_SET);
     EXPECT_EQ(get_port_oper_pmsg_f(&null.pmsg), -4);
-    EXPECT_EQ(trace_lines().back(), ERR("get_port_oper_pmsg_f", "vvlan_port_oper is NULL\n"));
+    EXPECT_EQ(trace_lines().back(), err_line("get_port_oper_pmsg_f", "vvlan_port_oper is NULL\n"));
     EXPECT_EQ(set("/bridge/vvlan/port_oper/7/1", port_oper_value(7, 1, 1).substr(0, 11)), -4);
     EXPECT_EQ(trace_lines().back(),
-              ERR("get_port_oper_pmsg_f", "vvlan_port_oper is too short, len=11"));
+              err_line("get_port_oper_pmsg_f", "vvlan_port_oper is too short, len=11"));
     EXPECT_EQ(g_vvlan_auto_port[7].enable, 0);
     EXPECT_THAT(bus().writes(), IsEmpty());
 }

@@ -36,8 +36,9 @@ class SpecOuiTest : public DaemonTest {
 
 TEST_F(SpecOuiTest, NullRecord) {
     EXPECT_EQ(get_spec_oui_pmsg_f(nullptr), -4);
-    EXPECT_THAT(trace_lines(), ElementsAre(INFO("get_spec_oui_pmsg_f", "get_spec_oui_pmsg_f start"),
-                                           ERR("get_spec_oui_pmsg_f", "pmsg is null")));
+    EXPECT_THAT(trace_lines(),
+                ElementsAre(info_line("get_spec_oui_pmsg_f", "get_spec_oui_pmsg_f start"),
+                            err_line("get_spec_oui_pmsg_f", "pmsg is null")));
 }
 
 // Joins at once through the join request; no port operation key, and the
@@ -50,27 +51,29 @@ TEST_F(SpecOuiTest, SetJoinsThePortAtOnce) {
     EXPECT_EQ(port2().enable, 0);
     EXPECT_EQ(g_auto_oui_flag[4], 1);
     EXPECT_THAT(bus().writes(),
-                ElementsAre(SET(1, "/bri/mac/macTblDyn_vvlan/2", bytes({0, 0, 0, 2}))));
-    EXPECT_THAT(
-        trace_lines(),
-        ElementsAre(INFO("get_spec_oui_pmsg_f", "get_spec_oui_pmsg_f start"),
-                    INFO("get_spec_oui_pmsg_f", "pmsg db=0 key=" + KEY_P3 + " cmd=0"),
-                    INFO("get_auto_oui_key", "tmp_mac=00e0bb000000/3"),
-                    INFO("get_auto_oui_key", "mac=0x00e0bb000000"),
-                    INFO("get_auto_oui_key", "phyid=3"), INFO("set_spec_oui", "set_spec_oui start"),
-                    INFO("set_spec_oui", "entry(4) is ENABLED"),
-                    INFO("set_spec_oui", "find oui in oui buffer!"),
-                    INFO("set_spec_oui", "g_auto_oui_flag[4]=0"),
-                    INFO("set_spec_oui", "g_auto_oui_flag[4]=1"), INFO("set_spec_oui", "ifx=2"),
-                    INFO("set_mac2ce_global", "set_mac2ce_global start"),
-                    INFO("set_mac2ce_global", "ifx=2"),
-                    INFO("set_mac2ce_global", "key=/bri/mac/macTblDyn_vvlan/2"),
-                    INFO("set_mac2ce_global", "TUKREDIS_SET end"),
-                    INFO("set_mac2ce_global", "set_mac2ce_global end"),
-                    INFO("set_spec_oui", "g_auto_add_vvlan_table[2].oui_flag[4] = 2"),
-                    INFO("set_spec_oui", "pri_oui_num=1"), INFO("set_spec_oui", "add_vvlan_flag=1"),
-                    INFO("set_spec_oui", "set_spec_oui end"),
-                    INFO("get_spec_oui_pmsg_f", "get_spec_oui_pmsg_f end")));
+                ElementsAre(set_write(1, "/bri/mac/macTblDyn_vvlan/2", bytes({0, 0, 0, 2}))));
+    EXPECT_THAT(trace_lines(),
+                ElementsAre(info_line("get_spec_oui_pmsg_f", "get_spec_oui_pmsg_f start"),
+                            info_line("get_spec_oui_pmsg_f", "pmsg db=0 key=" + KEY_P3 + " cmd=0"),
+                            info_line("get_auto_oui_key", "tmp_mac=00e0bb000000/3"),
+                            info_line("get_auto_oui_key", "mac=0x00e0bb000000"),
+                            info_line("get_auto_oui_key", "phyid=3"),
+                            info_line("set_spec_oui", "set_spec_oui start"),
+                            info_line("set_spec_oui", "entry(4) is ENABLED"),
+                            info_line("set_spec_oui", "find oui in oui buffer!"),
+                            info_line("set_spec_oui", "g_auto_oui_flag[4]=0"),
+                            info_line("set_spec_oui", "g_auto_oui_flag[4]=1"),
+                            info_line("set_spec_oui", "ifx=2"),
+                            info_line("set_mac2ce_global", "set_mac2ce_global start"),
+                            info_line("set_mac2ce_global", "ifx=2"),
+                            info_line("set_mac2ce_global", "key=/bri/mac/macTblDyn_vvlan/2"),
+                            info_line("set_mac2ce_global", "TUKREDIS_SET end"),
+                            info_line("set_mac2ce_global", "set_mac2ce_global end"),
+                            info_line("set_spec_oui", "g_auto_add_vvlan_table[2].oui_flag[4] = 2"),
+                            info_line("set_spec_oui", "pri_oui_num=1"),
+                            info_line("set_spec_oui", "add_vvlan_flag=1"),
+                            info_line("set_spec_oui", "set_spec_oui end"),
+                            info_line("get_spec_oui_pmsg_f", "get_spec_oui_pmsg_f end")));
 }
 
 // The flag is per OUI, not per port: a second set on any port is refused.
@@ -83,7 +86,8 @@ TEST_F(SpecOuiTest, SecondSetOfTheSameOuiIsRefusedOnAnyPort) {
     EXPECT_EQ(port2().pri_oui_num, 1u);
     EXPECT_THAT(bus().writes(), IsEmpty());
     EXPECT_THAT(platform().calls("get_ifx"), ::testing::SizeIs(1));
-    EXPECT_EQ(trace_lines().back(), INFO("set_spec_oui", "This oui has received mac learning msg"));
+    EXPECT_EQ(trace_lines().back(),
+              info_line("set_spec_oui", "This oui has received mac learning msg"));
 }
 
 TEST_F(SpecOuiTest, SetMatchingOnlyADisabledRecordFails) {
@@ -92,8 +96,8 @@ TEST_F(SpecOuiTest, SetMatchingOnlyADisabledRecordFails) {
     const std::vector<expected_line> lines = trace_lines();
     ASSERT_GE(lines.size(), 2u);
     EXPECT_EQ(lines[lines.size() - 2],
-              INFO("set_spec_oui", "can't find oui in g_vvlan_oui_table, something wrong!"));
-    EXPECT_EQ(lines.back(), INFO("get_spec_oui_pmsg_f", "set_spec_oui failed"));
+              info_line("set_spec_oui", "can't find oui in g_vvlan_oui_table, something wrong!"));
+    EXPECT_EQ(lines.back(), info_line("get_spec_oui_pmsg_f", "set_spec_oui failed"));
     EXPECT_THAT(bus().writes(), IsEmpty());
     EXPECT_EQ(port2().pri_oui_num, 0u);
 }
@@ -117,9 +121,10 @@ TEST_F(SpecOuiTest, DeleteClearsTheFlagAtTheCurrentOuiIndex) {
     EXPECT_EQ(port2().pri_oui_num, 1u);
     EXPECT_THAT(bus().writes(), IsEmpty());
     const std::vector<expected_line> lines = trace_lines();
-    EXPECT_THAT(lines, Contains(INFO("set_spec_oui", "g_auto_add_vvlan_table[2].oui_flag[9] = 0")));
-    EXPECT_EQ(lines[lines.size() - 3], INFO("set_spec_oui", "pri_oui_num=1"));
-    EXPECT_EQ(lines[lines.size() - 2], INFO("set_spec_oui", "set_spec_oui end"));
+    EXPECT_THAT(lines,
+                Contains(info_line("set_spec_oui", "g_auto_add_vvlan_table[2].oui_flag[9] = 0")));
+    EXPECT_EQ(lines[lines.size() - 3], info_line("set_spec_oui", "pri_oui_num=1"));
+    EXPECT_EQ(lines[lines.size() - 2], info_line("set_spec_oui", "set_spec_oui end"));
 }
 
 TEST_F(SpecOuiTest, DeleteOnAPortWithNothingCounted) {
@@ -127,7 +132,7 @@ TEST_F(SpecOuiTest, DeleteOnAPortWithNothingCounted) {
     EXPECT_EQ(port2().pri_oui_num, 0u);
     const std::vector<expected_line> lines = trace_lines();
     EXPECT_EQ(lines[lines.size() - 2],
-              INFO("set_spec_oui", "pri_oui_num for this auto mode port is 0!"));
+              info_line("set_spec_oui", "pri_oui_num for this auto mode port is 0!"));
 }
 
 TEST_F(SpecOuiTest, DeleteOfAnAgedOuiKeepsTheCount) {
@@ -136,7 +141,7 @@ TEST_F(SpecOuiTest, DeleteOfAnAgedOuiKeepsTheCount) {
     EXPECT_EQ(msg(TUKREDIS_CMD_EXPIRED), 0);
     EXPECT_EQ(port2().pri_oui_num, 3u);
     const std::vector<expected_line> lines = trace_lines();
-    EXPECT_EQ(lines[lines.size() - 2], INFO("set_spec_oui", "This mac address has been aged"));
+    EXPECT_EQ(lines[lines.size() - 2], info_line("set_spec_oui", "This mac address has been aged"));
 }
 
 // A delete never takes the port out.
@@ -155,8 +160,8 @@ TEST_F(SpecOuiTest, UnknownPhyidFailsAfterTheFlagsChanged) {
     EXPECT_EQ(msg(TUKREDIS_CMD_SET), -11);
     EXPECT_EQ(g_auto_oui_flag[4], 1);
     const std::vector<expected_line> lines = trace_lines();
-    EXPECT_EQ(lines[lines.size() - 2], INFO("set_spec_oui", "libsdm_get_ifx_by_phyid failed"));
-    EXPECT_EQ(lines.back(), INFO("get_spec_oui_pmsg_f", "set_spec_oui failed"));
+    EXPECT_EQ(lines[lines.size() - 2], info_line("set_spec_oui", "libsdm_get_ifx_by_phyid failed"));
+    EXPECT_EQ(lines.back(), info_line("get_spec_oui_pmsg_f", "set_spec_oui failed"));
 }
 
 TEST_F(SpecOuiTest, IfxOutsideThePortsIsDropped) {
@@ -164,7 +169,7 @@ TEST_F(SpecOuiTest, IfxOutsideThePortsIsDropped) {
     EXPECT_EQ(msg(TUKREDIS_CMD_SET), -11);
     EXPECT_THAT(bus().writes(), IsEmpty());
     EXPECT_THAT(trace_lines(),
-                Contains(ERR("set_spec_oui", "phyid=3 maps to ifx=53, not a port, dropped")));
+                Contains(err_line("set_spec_oui", "phyid=3 maps to ifx=53, not a port, dropped")));
 }
 
 TEST_F(SpecOuiTest, ShortOrNonHexOuiIsDropped) {
@@ -192,8 +197,8 @@ TEST_F(SpecOuiTest, EqualRecordsAreAllFlaggedAndTheLastIsUsed) {
 TEST_F(SpecOuiTest, ExpireIsIgnored) {
     EXPECT_EQ(msg(TUKREDIS_CMD_EXPIRE), 0);
     EXPECT_THAT(trace_lines(),
-                ElementsAre(INFO("get_spec_oui_pmsg_f", "get_spec_oui_pmsg_f start"),
-                            ERR("get_spec_oui_pmsg_f", "not care CMD_EXPIRE event")));
+                ElementsAre(info_line("get_spec_oui_pmsg_f", "get_spec_oui_pmsg_f start"),
+                            err_line("get_spec_oui_pmsg_f", "not care CMD_EXPIRE event")));
 }
 
 } // namespace

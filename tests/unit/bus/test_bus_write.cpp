@@ -53,9 +53,9 @@ TEST_F(BusWriteTest, FormatsRenderAsTheServerSeesThem) {
     bus_set_u16(0, "k1", 65535);
     bus_set_raw(0, "k2", raw, sizeof raw);
     bus_set_int(0, "k3", -3);
-    EXPECT_THAT(bus().writes(),
-                ElementsAre(SET(0, "k1", "65535"), SET(0, "k2", bytes({0x00, 0x05, 0x00, 0xff})),
-                            SET(0, "k3", "-3")));
+    EXPECT_THAT(bus().writes(), ElementsAre(set_write(0, "k1", "65535"),
+                                            set_write(0, "k2", bytes({0x00, 0x05, 0x00, 0xff})),
+                                            set_write(0, "k3", "-3")));
 }
 
 TEST_F(BusWriteTest, KeysAreCutAt127Characters) {

@@ -31,20 +31,20 @@ int32_t some_handler(tukredis_pmsg *pmsg, expiry_test order) {
 
 TEST_F(HandlerStepsTest, OpeningTracesUnderTheCallersName) {
     EXPECT_EQ(some_handler(nullptr, expiry_test::after_record), -4);
-    EXPECT_THAT(trace_lines(), testing::ElementsAre(INFO("some_handler", "some_handler start"),
-                                                    ERR("some_handler", "pmsg is null")));
+    EXPECT_THAT(trace_lines(), testing::ElementsAre(info_line("some_handler", "some_handler start"),
+                                                    err_line("some_handler", "pmsg is null")));
     clear_trace();
     message expire(1, "/k", TUKREDIS_CMD_EXPIRE);
     EXPECT_EQ(some_handler(&expire.pmsg, expiry_test::after_record), 0);
     EXPECT_THAT(trace_lines(),
-                testing::ElementsAre(INFO("some_handler", "some_handler start"),
-                                     INFO("some_handler", "pmsg db=1 key=/k cmd=9"),
-                                     ERR("some_handler", "not care CMD_EXPIRE event")));
+                testing::ElementsAre(info_line("some_handler", "some_handler start"),
+                                     info_line("some_handler", "pmsg db=1 key=/k cmd=9"),
+                                     err_line("some_handler", "not care CMD_EXPIRE event")));
     clear_trace();
     EXPECT_EQ(some_handler(&expire.pmsg, expiry_test::before_record), 0);
     EXPECT_THAT(trace_lines(),
-                testing::ElementsAre(INFO("some_handler", "some_handler start"),
-                                     ERR("some_handler", "not care CMD_EXPIRE event")));
+                testing::ElementsAre(info_line("some_handler", "some_handler start"),
+                                     err_line("some_handler", "not care CMD_EXPIRE event")));
     clear_trace();
     message set(0, "/k", TUKREDIS_CMD_SET);
     EXPECT_EQ(some_handler(&set.pmsg, expiry_test::before_record), 7);
@@ -62,14 +62,14 @@ TEST_F(HandlerStepsTest, ReadsARecordOrSaysWhyNot) {
     EXPECT_EQ(v.dscp, 46);
     message shorter(1, "/k", TUKREDIS_CMD_SET, fake::bytes({5}));
     EXPECT_EQ(read_cos(&shorter.pmsg, &v), value_read::short_value);
-    EXPECT_EQ(trace_lines().back(), ERR("read_cos", "rec is too short, len=1"));
+    EXPECT_EQ(trace_lines().back(), err_line("read_cos", "rec is too short, len=1"));
     message none(1, "/k", TUKREDIS_CMD_SET);
     EXPECT_EQ(read_cos(&none.pmsg, &v), value_read::absent);
-    EXPECT_EQ(trace_lines().back(), ERR("read_cos", "rec is NULL\n"));
+    EXPECT_EQ(trace_lines().back(), err_line("read_cos", "rec is NULL\n"));
     message failing(1, "/k", TUKREDIS_CMD_SET, fake::bytes({5, 46}));
     failing.fail_read();
     EXPECT_EQ(read_cos(&failing.pmsg, &v), value_read::failed);
-    EXPECT_EQ(trace_lines().back(), ERR("read_cos", "get value fail"));
+    EXPECT_EQ(trace_lines().back(), err_line("read_cos", "get value fail"));
     EXPECT_EQ(read_failure_result(value_read::failed), -11);
     EXPECT_EQ(read_failure_result(value_read::absent), -4);
     EXPECT_EQ(read_failure_result(value_read::short_value), -4);

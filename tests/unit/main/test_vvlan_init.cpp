@@ -83,8 +83,8 @@ class VvlanInitTest : public DaemonTest {
 
 TEST_F(VvlanInitTest, SucceedsInOrder) {
     EXPECT_EQ(vvlan_init(), 0);
-    EXPECT_THAT(trace_lines(), ElementsAre(INFO("vvlan_init", "vvlan_init start"),
-                                           INFO("vvlan_init", "vvlan_init end")));
+    EXPECT_THAT(trace_lines(), ElementsAre(info_line("vvlan_init", "vvlan_init start"),
+                                           info_line("vvlan_init", "vvlan_init end")));
     const std::vector<platform_call> calls = platform().calls();
     ASSERT_EQ(calls.size(), 3u);
     EXPECT_EQ(calls[0].op, "ham_agent_init");
@@ -150,7 +150,7 @@ TEST_F(VvlanInitTest, MarkerFileTracesFromVvlanInitEndOn) {
     dov_vvlan_set_dbg(0);
     ASSERT_EQ(vvlan_init(), 0);
     EXPECT_EQ(dov_vvlan_dbg_level.load(), 32u);
-    EXPECT_THAT(trace_lines(), ElementsAre(INFO("vvlan_init", "vvlan_init end")));
+    EXPECT_THAT(trace_lines(), ElementsAre(info_line("vvlan_init", "vvlan_init end")));
 }
 
 TEST_F(VvlanInitTest, MarkerFileDoesNotShowEarlyFailures) {
@@ -179,8 +179,8 @@ TEST_F(VvlanInitTest, SecondInstanceTruncatesThePidFileAndFails) {
     EXPECT_EQ(open_fd_count(), fds_before) << "descriptor left open";
     EXPECT_EQ(g_pid_fd, -1);
     EXPECT_THAT(trace_lines(),
-                ElementsAre(INFO("vvlan_init", "vvlan_init start"),
-                            ERR("vvlan_init", "<warning> vvlan process has already run")));
+                ElementsAre(info_line("vvlan_init", "vvlan_init start"),
+                            err_line("vvlan_init", "<warning> vvlan process has already run")));
     EXPECT_THAT(platform().calls(), IsEmpty());
 }
 
@@ -197,23 +197,24 @@ TEST_F(VvlanInitTest, LockFailingWithAnotherErrnoLeavesTheDescriptorOpen) {
     const int fds_before = open_fd_count();
     EXPECT_EQ(vvlan_init(), -11);
     EXPECT_EQ(open_fd_count(), fds_before + 1);
-    EXPECT_EQ(trace_lines().back(), ERR("vvlan_init", "<warning> vvlan process has already run"));
+    EXPECT_EQ(trace_lines().back(),
+              err_line("vvlan_init", "<warning> vvlan process has already run"));
 }
 
 TEST_F(VvlanInitTest, PidFileThatCannotBeOpenedCountsAsAlreadyRunning) {
     ASSERT_EQ(mkdir(PID_FILE.c_str(), 0755), 0);
     EXPECT_EQ(vvlan_init(), -11);
     EXPECT_THAT(trace_lines(),
-                ElementsAre(INFO("vvlan_init", "vvlan_init start"),
-                            ERR("vvlan_init", "<warning> vvlan process has already run")));
+                ElementsAre(info_line("vvlan_init", "vvlan_init start"),
+                            err_line("vvlan_init", "<warning> vvlan process has already run")));
 }
 
 TEST_F(VvlanInitTest, HamAgentInitFailure) {
     platform().set_result("ham_agent_init", -5);
     EXPECT_EQ(vvlan_init(), -5);
-    EXPECT_THAT(trace_lines(), ElementsAre(INFO("vvlan_init", "vvlan_init start"),
-                                           ERR("ham_init", "ham_agent_init failed rv = -5"),
-                                           ERR("vvlan_init", "ham_init failed ret = -5")));
+    EXPECT_THAT(trace_lines(), ElementsAre(info_line("vvlan_init", "vvlan_init start"),
+                                           err_line("ham_init", "ham_agent_init failed rv = -5"),
+                                           err_line("vvlan_init", "ham_init failed ret = -5")));
     EXPECT_THAT(platform().calls("reg_exit"), IsEmpty());
     EXPECT_THAT(platform().calls("libsdm_init"), IsEmpty());
     // Nothing is undone: the pid file stays written and locked.
@@ -224,16 +225,16 @@ TEST_F(VvlanInitTest, HamAgentInitFailure) {
 TEST_F(VvlanInitTest, RegProcessExitActionFailure) {
     platform().set_result("reg_exit", 7);
     EXPECT_EQ(vvlan_init(), 7);
-    EXPECT_THAT(trace_lines(), ElementsAre(INFO("vvlan_init", "vvlan_init start"),
-                                           ERR("vvlan_init", "ham_init failed ret = 7")));
+    EXPECT_THAT(trace_lines(), ElementsAre(info_line("vvlan_init", "vvlan_init start"),
+                                           err_line("vvlan_init", "ham_init failed ret = 7")));
     EXPECT_THAT(platform().calls("libsdm_init"), IsEmpty());
 }
 
 TEST_F(VvlanInitTest, LibsdmInitFailure) {
     platform().set_result("libsdm_init", -3);
     EXPECT_EQ(vvlan_init(), -3);
-    EXPECT_THAT(trace_lines(), ElementsAre(INFO("vvlan_init", "vvlan_init start"),
-                                           ERR("vvlan_init", "libsdm_init failed ret = -3")));
+    EXPECT_THAT(trace_lines(), ElementsAre(info_line("vvlan_init", "vvlan_init start"),
+                                           err_line("vvlan_init", "libsdm_init failed ret = -3")));
     EXPECT_EQ(posix_faults::mutex_init_calls(), 0);
     EXPECT_EQ(g_vvlan_table.aging_minutes, 0);
 }
@@ -242,8 +243,8 @@ TEST_F(VvlanInitTest, MutexInitFailure) {
     posix_faults::fail_mutex_init(12);
     EXPECT_EQ(vvlan_init(), 12);
     EXPECT_THAT(trace_lines(),
-                ElementsAre(INFO("vvlan_init", "vvlan_init start"),
-                            ERR("vvlan_init", "pthread_mutex_init failed ret = 12")));
+                ElementsAre(info_line("vvlan_init", "vvlan_init start"),
+                            err_line("vvlan_init", "pthread_mutex_init failed ret = 12")));
     EXPECT_EQ(g_vvlan_table.aging_minutes, 0);
 }
 

@@ -38,8 +38,9 @@ class MvlanTest : public DaemonTest {
 
 TEST_F(MvlanTest, NullRecord) {
     EXPECT_EQ(get_mac_vlan_pmsg_f(nullptr), -4);
-    EXPECT_THAT(trace_lines(), ElementsAre(INFO("get_mac_vlan_pmsg_f", "get_mac_vlan_pmsg_f start"),
-                                           ERR("get_mac_vlan_pmsg_f", "pmsg is null")));
+    EXPECT_THAT(trace_lines(),
+                ElementsAre(info_line("get_mac_vlan_pmsg_f", "get_mac_vlan_pmsg_f start"),
+                            err_line("get_mac_vlan_pmsg_f", "pmsg is null")));
 }
 
 TEST_F(MvlanTest, Key256FillsEntry0AndLinksItsOui) {
@@ -51,31 +52,32 @@ TEST_F(MvlanTest, Key256FillsEntry0AndLinksItsOui) {
     EXPECT_EQ(e.oui_fill, 1);
     EXPECT_EQ(e.oui_flag, 1);
     EXPECT_EQ(e.oui_idx, 3);
-    EXPECT_THAT(bus().writes(), ElementsAre(SET(0, "/bridge/vvlan/mvlan_oui_msg/3", "3")));
+    EXPECT_THAT(bus().writes(), ElementsAre(set_write(0, "/bridge/vvlan/mvlan_oui_msg/3", "3")));
     EXPECT_THAT(
         trace_lines(),
         ElementsAre(
-            INFO("get_mac_vlan_pmsg_f", "get_mac_vlan_pmsg_f start"),
-            INFO("get_mac_vlan_pmsg_f", "pmsg db=0 key=/bridge/mac_vlan/table/256 cmd=0"),
-            INFO("get_mac_vlan_pmsg_f", "index: 0"),
-            INFO("get_mac_vlan_pmsg_f", "mac_vlan_value->ifx = 4, mac_vlan_value->type = 1, "
-                                        "mac_vlan_value->oper = 2"),
-            INFO("get_mac_vlan_pmsg_f",
-                 "mac_vlan_value->entry.mac=00e0.bb12.3456 mac_vlan_value->entry.mask = "
-                 "ffff.ff00.0000mac_vlan_value->entry.vid = 100, mac_vlan_value->entry.priority = "
-                 "6, mac_vlan_value->entry.flag = 7, mac_vlan_value->entry.field = 8"),
-            INFO("maintain_mvlan_table", "mvlan->entry.mac=0x00e0bb"),
-            INFO("maintain_mvlan_table",
-                 "g_mvlan_table[0].mvlan_oui=0x00e0bb000000, mvlan_vid = 100"),
-            INFO("add_mvlan", "the vid of mvlan entry is fill"),
-            INFO("add_mvlan", "entry(3) is ENABLED"),
-            INFO("set_mvlan_redis", "set_mvlan_redis start"),
-            INFO("set_mvlan_redis", "key=/bridge/vvlan/mvlan_oui_msg/3"),
-            INFO("set_mvlan_redis", "add mvlan oui entry msg to yem"),
-            INFO("set_mvlan_redis", "set_mvlan_redis end"),
-            INFO("add_mvlan", "This mvlan entry is valid."),
-            INFO("add_mvlan", "g_mvlan_table[0].oui_flag=1, oui_idx=3, oui_fill=1"),
-            INFO("get_mac_vlan_pmsg_f", "get_mac_vlan_pmsg_f end")));
+            info_line("get_mac_vlan_pmsg_f", "get_mac_vlan_pmsg_f start"),
+            info_line("get_mac_vlan_pmsg_f", "pmsg db=0 key=/bridge/mac_vlan/table/256 cmd=0"),
+            info_line("get_mac_vlan_pmsg_f", "index: 0"),
+            info_line("get_mac_vlan_pmsg_f", "mac_vlan_value->ifx = 4, mac_vlan_value->type = 1, "
+                                             "mac_vlan_value->oper = 2"),
+            info_line(
+                "get_mac_vlan_pmsg_f",
+                "mac_vlan_value->entry.mac=00e0.bb12.3456 mac_vlan_value->entry.mask = "
+                "ffff.ff00.0000mac_vlan_value->entry.vid = 100, mac_vlan_value->entry.priority = "
+                "6, mac_vlan_value->entry.flag = 7, mac_vlan_value->entry.field = 8"),
+            info_line("maintain_mvlan_table", "mvlan->entry.mac=0x00e0bb"),
+            info_line("maintain_mvlan_table",
+                      "g_mvlan_table[0].mvlan_oui=0x00e0bb000000, mvlan_vid = 100"),
+            info_line("add_mvlan", "the vid of mvlan entry is fill"),
+            info_line("add_mvlan", "entry(3) is ENABLED"),
+            info_line("set_mvlan_redis", "set_mvlan_redis start"),
+            info_line("set_mvlan_redis", "key=/bridge/vvlan/mvlan_oui_msg/3"),
+            info_line("set_mvlan_redis", "add mvlan oui entry msg to yem"),
+            info_line("set_mvlan_redis", "set_mvlan_redis end"),
+            info_line("add_mvlan", "This mvlan entry is valid."),
+            info_line("add_mvlan", "g_mvlan_table[0].oui_flag=1, oui_idx=3, oui_fill=1"),
+            info_line("get_mac_vlan_pmsg_f", "get_mac_vlan_pmsg_f end")));
 }
 
 TEST_F(MvlanTest, Key383FillsEntry127) {
@@ -113,9 +115,9 @@ TEST_F(MvlanTest, RewrittenEntryKeepsItsValuesAndRelinks) {
     EXPECT_EQ(set(260, mac_vlan_bytes(mac6{0x02, 0, 0, 0, 0, 0}, MASK_24, 200)), 0);
     EXPECT_EQ(g_mvlan_table[4].mvlan_vid, 100);
     EXPECT_EQ(*g_mvlan_table[4].mvlan_oui, OUI_A);
-    EXPECT_THAT(bus().writes(), ElementsAre(SET(0, "/bridge/vvlan/mvlan_oui_msg/3", "3")));
-    EXPECT_THAT(trace_lines(), Contains(INFO("maintain_mvlan_table",
-                                             "The idx 4 of g_mvlan_table is exist entry")));
+    EXPECT_THAT(bus().writes(), ElementsAre(set_write(0, "/bridge/vvlan/mvlan_oui_msg/3", "3")));
+    EXPECT_THAT(trace_lines(), Contains(info_line("maintain_mvlan_table",
+                                                  "The idx 4 of g_mvlan_table is exist entry")));
 }
 
 // Matched but in another VLAN: filled, not linked, no message; its delete
@@ -155,26 +157,26 @@ TEST_F(MvlanTest, DeletingALinkedEntryDeletesTheSharedMessageKey) {
     bus().clear_calls();
     clear_trace();
     EXPECT_EQ(del(256), 0);
-    EXPECT_THAT(bus().writes(), ElementsAre(DEL(0, "/bridge/vvlan/mvlan_oui_msg/3")));
+    EXPECT_THAT(bus().writes(), ElementsAre(del_write(0, "/bridge/vvlan/mvlan_oui_msg/3")));
     EXPECT_FALSE(g_mvlan_table[0].mvlan_oui);
     EXPECT_EQ(g_mvlan_table[0].oui_flag, 0);
     EXPECT_EQ(g_mvlan_table[0].oui_fill, 0);
     EXPECT_EQ(g_mvlan_table[0].mvlan_vid, 100);
     EXPECT_EQ(g_mvlan_table[0].oui_idx, 3);
     EXPECT_EQ(g_mvlan_table[1].oui_flag, 1);
-    EXPECT_THAT(
-        trace_lines(),
-        ElementsAre(INFO("get_mac_vlan_pmsg_f", "get_mac_vlan_pmsg_f start"),
-                    INFO("get_mac_vlan_pmsg_f", "pmsg db=0 key=/bridge/mac_vlan/table/256 cmd=1"),
-                    INFO("get_mac_vlan_pmsg_f", "index: 0"),
-                    INFO("del_mvlan", "entry(3) is ENABLED"),
-                    INFO("del_mvlan", "find oui in g_vvlan_oui_table[3].mac"),
-                    INFO("set_mvlan_redis", "set_mvlan_redis start"),
-                    INFO("set_mvlan_redis", "key=/bridge/vvlan/mvlan_oui_msg/3"),
-                    INFO("set_mvlan_redis", "del mvlan oui entry msg to yem"),
-                    INFO("set_mvlan_redis", "set_mvlan_redis end"),
-                    INFO("del_mvlan", "free g_mvlan_table[0] entry end"),
-                    ERR("get_mac_vlan_pmsg_f", "get_mac_vlan_pmsg_f del end!")));
+    EXPECT_THAT(trace_lines(),
+                ElementsAre(info_line("get_mac_vlan_pmsg_f", "get_mac_vlan_pmsg_f start"),
+                            info_line("get_mac_vlan_pmsg_f",
+                                      "pmsg db=0 key=/bridge/mac_vlan/table/256 cmd=1"),
+                            info_line("get_mac_vlan_pmsg_f", "index: 0"),
+                            info_line("del_mvlan", "entry(3) is ENABLED"),
+                            info_line("del_mvlan", "find oui in g_vvlan_oui_table[3].mac"),
+                            info_line("set_mvlan_redis", "set_mvlan_redis start"),
+                            info_line("set_mvlan_redis", "key=/bridge/vvlan/mvlan_oui_msg/3"),
+                            info_line("set_mvlan_redis", "del mvlan oui entry msg to yem"),
+                            info_line("set_mvlan_redis", "set_mvlan_redis end"),
+                            info_line("del_mvlan", "free g_mvlan_table[0] entry end"),
+                            err_line("get_mac_vlan_pmsg_f", "get_mac_vlan_pmsg_f del end!")));
 }
 
 TEST_F(MvlanTest, CodesZeroAndTwoSetOneAndTenDeleteNineIsIgnored) {
@@ -193,23 +195,25 @@ TEST_F(MvlanTest, CodesZeroAndTwoSetOneAndTenDeleteNineIsIgnored) {
 
 TEST_F(MvlanTest, DeletingAFreeEntryIsTracedAndAnswered0) {
     EXPECT_EQ(del(256), 0);
-    EXPECT_THAT(trace_lines(),
-                Contains(INFO("del_mvlan", "g_mvlan_table[0].mvlan_oui is NULL, error return!")));
-    EXPECT_EQ(trace_lines().back(), ERR("get_mac_vlan_pmsg_f", "get_mac_vlan_pmsg_f del end!"));
+    EXPECT_THAT(
+        trace_lines(),
+        Contains(info_line("del_mvlan", "g_mvlan_table[0].mvlan_oui is NULL, error return!")));
+    EXPECT_EQ(trace_lines().back(),
+              err_line("get_mac_vlan_pmsg_f", "get_mac_vlan_pmsg_f del end!"));
 }
 
 TEST_F(MvlanTest, BadValues) {
     message failed(0, "/bridge/mac_vlan/table/256", TUKREDIS_CMD_SET);
     failed.fail_read();
     EXPECT_EQ(get_mac_vlan_pmsg_f(&failed.pmsg), -11);
-    EXPECT_EQ(trace_lines().back(), ERR("get_mac_vlan_pmsg_f", "get value fail"));
+    EXPECT_EQ(trace_lines().back(), err_line("get_mac_vlan_pmsg_f", "get value fail"));
     message null(0, "/bridge/mac_vlan/table/256", TUKREDIS_CMD_SET);
     EXPECT_EQ(get_mac_vlan_pmsg_f(&null.pmsg), -4);
-    EXPECT_EQ(trace_lines().back(), ERR("get_mac_vlan_pmsg_f", "mac_vlan_value is NULL\n"));
+    EXPECT_EQ(trace_lines().back(), err_line("get_mac_vlan_pmsg_f", "mac_vlan_value is NULL\n"));
     // Shorter than 29 bytes: refused like no value, never read past.
     EXPECT_EQ(set(256, mac_vlan_bytes(PHONE, MASK_24, 100).substr(0, 28)), -4);
     EXPECT_EQ(trace_lines().back(),
-              ERR("get_mac_vlan_pmsg_f", "mac_vlan_value is too short, len=28"));
+              err_line("get_mac_vlan_pmsg_f", "mac_vlan_value is too short, len=28"));
     EXPECT_FALSE(g_mvlan_table[0].mvlan_oui);
     EXPECT_THAT(bus().writes(), IsEmpty());
 }
@@ -222,18 +226,18 @@ TEST_F(MvlanTest, AllocationFailure) {
     EXPECT_EQ(g_mvlan_table[0].mvlan_vid, 321);
     const std::vector<expected_line> lines = trace_lines();
     ASSERT_GE(lines.size(), 3u);
-    EXPECT_EQ(lines[lines.size() - 3], INFO("maintain_mvlan_table", "malloc failed"));
-    EXPECT_EQ(lines[lines.size() - 2], INFO("add_mvlan", "maintain_mvlan_table failed"));
-    EXPECT_EQ(lines.back(), INFO("get_mac_vlan_pmsg_f", "add_mvlan failed"));
+    EXPECT_EQ(lines[lines.size() - 3], info_line("maintain_mvlan_table", "malloc failed"));
+    EXPECT_EQ(lines[lines.size() - 2], info_line("add_mvlan", "maintain_mvlan_table failed"));
+    EXPECT_EQ(lines.back(), info_line("get_mac_vlan_pmsg_f", "add_mvlan failed"));
     EXPECT_THAT(bus().writes(), IsEmpty());
 }
 
 TEST_F(MvlanTest, MaintainRefusesANullValue) {
     EXPECT_FALSE(maintain_mvlan_table(nullptr, 0));
     EXPECT_FALSE(add_mvlan(nullptr, 0));
-    EXPECT_THAT(trace_lines(), ElementsAre(INFO("maintain_mvlan_table", "mvlan is NULL!"),
-                                           INFO("maintain_mvlan_table", "mvlan is NULL!"),
-                                           INFO("add_mvlan", "maintain_mvlan_table failed")));
+    EXPECT_THAT(trace_lines(), ElementsAre(info_line("maintain_mvlan_table", "mvlan is NULL!"),
+                                           info_line("maintain_mvlan_table", "mvlan is NULL!"),
+                                           info_line("add_mvlan", "maintain_mvlan_table failed")));
 }
 
 // Many add/delete cycles over the whole table: every copy is freed (the

@@ -55,8 +55,9 @@ class OuiAddTest : public DaemonTest {
 
 TEST_F(OuiAddTest, NullRecord) {
     EXPECT_EQ(get_oui_oper_pmsg_f(nullptr), -4);
-    EXPECT_THAT(trace_lines(), ElementsAre(INFO("get_oui_oper_pmsg_f", "get_oui_oper_pmsg_f start"),
-                                           ERR("get_oui_oper_pmsg_f", "pmsg is null")));
+    EXPECT_THAT(trace_lines(),
+                ElementsAre(info_line("get_oui_oper_pmsg_f", "get_oui_oper_pmsg_f start"),
+                            err_line("get_oui_oper_pmsg_f", "pmsg is null")));
 }
 
 TEST_F(OuiAddTest, FirstOuiTakesSlot0AndIsEchoed) {
@@ -68,21 +69,23 @@ TEST_F(OuiAddTest, FirstOuiTakesSlot0AndIsEchoed) {
     EXPECT_EQ(g_vvlan_oui_table[0].mask, MASK_24);
     EXPECT_EQ(g_vvlan_oui_table[0].extra[30], 0x40 + 30);
     EXPECT_THAT(bus().writes(),
-                ElementsAre(SET(0, "/bridge/vvlan/oui_oper/00e0bb000000/ffffff000000/0",
-                                bytes({0, 0}) + value)));
+                ElementsAre(set_write(0, "/bridge/vvlan/oui_oper/00e0bb000000/ffffff000000/0",
+                                      bytes({0, 0}) + value)));
     EXPECT_THAT(
         trace_lines(),
         ElementsAre(
-            INFO("get_oui_oper_pmsg_f", "get_oui_oper_pmsg_f start"),
-            INFO("get_oui_oper_pmsg_f",
-                 "pmsg db=1 key=/bridge/vvlan/oui_oper/00e0bb000000/ffffff000000 cmd=0"),
-            INFO("set_oui_oper", "oui=00e0bb000000"), INFO("set_oui_oper", "mask=ffffff000000"),
-            INFO("set_oui_oper", "oui=00e0bb000000"), INFO("set_oui_oper", "mask=ffffff000000"),
-            INFO("add_oui", "oui_idx = 0"), INFO("add_oui", "oui=00e0bb000000"),
-            INFO("add_oui", "mask=ffffff000000"), INFO("add_oui", "oui enable=1"),
-            INFO("add_oui", "oui_num=1"),
-            INFO("set_oui_oper_redis", "key=/bridge/vvlan/oui_oper/00e0bb000000/ffffff000000/0"),
-            INFO("get_oui_oper_pmsg_f", "get_oui_oper_pmsg_f end")));
+            info_line("get_oui_oper_pmsg_f", "get_oui_oper_pmsg_f start"),
+            info_line("get_oui_oper_pmsg_f",
+                      "pmsg db=1 key=/bridge/vvlan/oui_oper/00e0bb000000/ffffff000000 cmd=0"),
+            info_line("set_oui_oper", "oui=00e0bb000000"),
+            info_line("set_oui_oper", "mask=ffffff000000"),
+            info_line("set_oui_oper", "oui=00e0bb000000"),
+            info_line("set_oui_oper", "mask=ffffff000000"), info_line("add_oui", "oui_idx = 0"),
+            info_line("add_oui", "oui=00e0bb000000"), info_line("add_oui", "mask=ffffff000000"),
+            info_line("add_oui", "oui enable=1"), info_line("add_oui", "oui_num=1"),
+            info_line("set_oui_oper_redis",
+                      "key=/bridge/vvlan/oui_oper/00e0bb000000/ffffff000000/0"),
+            info_line("get_oui_oper_pmsg_f", "get_oui_oper_pmsg_f end")));
 }
 
 // The echo is 46 bytes: pre_entry_idx (big-endian) then the 44 received
@@ -129,8 +132,8 @@ TEST_F(OuiAddTest, SameOuiTwiceKeepsSlotAndCount) {
     EXPECT_EQ(g_vvlan_oui_table[0].mask, mask_32);
     EXPECT_EQ(g_vvlan_oui_table[0].extra[0], 0x10);
     EXPECT_EQ(bus().writes().at(0).argv[1], "/bridge/vvlan/oui_oper/00e0bb000000/ffffffff0000/0");
-    EXPECT_THAT(trace_lines(), Contains(INFO("add_oui", "entry(0) is ENABLED")));
-    EXPECT_THAT(trace_lines(), Contains(INFO("add_oui", "This oui is already exist , i=0")));
+    EXPECT_THAT(trace_lines(), Contains(info_line("add_oui", "entry(0) is ENABLED")));
+    EXPECT_THAT(trace_lines(), Contains(info_line("add_oui", "This oui is already exist , i=0")));
 }
 
 TEST_F(OuiAddTest, NewOuiTakesTheLowestFreeSlot) {
@@ -143,7 +146,7 @@ TEST_F(OuiAddTest, NewOuiTakesTheLowestFreeSlot) {
     EXPECT_EQ(g_vvlan_oui_table[2].mac, nth_oui(7));
     EXPECT_EQ(g_vvlan_table.oui_num, 5);
     EXPECT_THAT(trace_lines(),
-                Contains(INFO("add_oui", "This idx of oui buffer is available :i=2")));
+                Contains(info_line("add_oui", "This idx of oui buffer is available :i=2")));
 }
 
 // An empty table reuses the slot deleted last, without a scan.
@@ -176,9 +179,9 @@ TEST_F(OuiAddTest, The125thOuiIsRefused) {
     EXPECT_EQ(g_vvlan_table.oui_num, 124);
     const std::vector<expected_line> lines = trace_lines();
     ASSERT_GE(lines.size(), 3u);
-    EXPECT_EQ(lines[lines.size() - 3], INFO("add_oui", "Too much oui!"));
-    EXPECT_EQ(lines[lines.size() - 2], INFO("set_oui_oper", "add_oui failed"));
-    EXPECT_EQ(lines.back(), INFO("get_oui_oper_pmsg_f", "set_oui_oper failed"));
+    EXPECT_EQ(lines[lines.size() - 3], info_line("add_oui", "Too much oui!"));
+    EXPECT_EQ(lines[lines.size() - 2], info_line("set_oui_oper", "add_oui failed"));
+    EXPECT_EQ(lines.back(), info_line("get_oui_oper_pmsg_f", "set_oui_oper failed"));
     // An OUI already in the full table is still re-written.
     EXPECT_EQ(add(nth_oui(123)), 0);
 }
@@ -196,10 +199,10 @@ TEST_F(OuiAddTest, LinksMvlanEntriesOfTheVoiceVlanId) {
     g_vvlan_table.oui_num = 1;
     EXPECT_EQ(add(OUI_A), 0);
     EXPECT_THAT(bus().writes(),
-                ElementsAre(SET(0, "/bridge/vvlan/oui_oper/00e0bb000000/ffffff000000/1",
-                                bytes({0, 0}) + oui_value(OUI_A, MASK_24)),
-                            SET(0, "/bridge/vvlan/mvlan_oui_msg/1", "1"),
-                            SET(0, "/bridge/vvlan/mvlan_oui_msg/1", "1")));
+                ElementsAre(set_write(0, "/bridge/vvlan/oui_oper/00e0bb000000/ffffff000000/1",
+                                      bytes({0, 0}) + oui_value(OUI_A, MASK_24)),
+                            set_write(0, "/bridge/vvlan/mvlan_oui_msg/1", "1"),
+                            set_write(0, "/bridge/vvlan/mvlan_oui_msg/1", "1")));
     for (std::size_t i : {3u, 9u}) {
         EXPECT_EQ(g_mvlan_table[i].oui_flag, 1);
         EXPECT_EQ(g_mvlan_table[i].oui_fill, 1);
@@ -208,8 +211,8 @@ TEST_F(OuiAddTest, LinksMvlanEntriesOfTheVoiceVlanId) {
     EXPECT_EQ(g_mvlan_table[10].oui_fill, 0);
     EXPECT_EQ(g_mvlan_table[11].oui_fill, 0);
     EXPECT_THAT(trace_lines(),
-                Contains(INFO("find_mvlan_oui", "g_mvlan_table[3] : oui_flag=1, oui_idx=1")));
-    EXPECT_THAT(trace_lines(), Contains(INFO("find_mvlan_oui", "This mvlan entry is valid.")));
+                Contains(info_line("find_mvlan_oui", "g_mvlan_table[3] : oui_flag=1, oui_idx=1")));
+    EXPECT_THAT(trace_lines(), Contains(info_line("find_mvlan_oui", "This mvlan entry is valid.")));
 }
 
 TEST_F(OuiAddTest, ExpireChangesNothing) {
@@ -247,13 +250,13 @@ TEST_F(OuiAddTest, UnreadableNullAndShortValuesFailWithoutChange) {
         if (b.fail) {
             m.fail_read();
         } else if (b.null) {
-            m.rep.what = reply::state::absent;
+            m.rep.what = reply::state::ABSENT;
         }
         EXPECT_EQ(get_oui_oper_pmsg_f(&m.pmsg), -11);
         EXPECT_THAT(trace_lines(),
-                    ElementsAre(INFO("get_oui_oper_pmsg_f", "get_oui_oper_pmsg_f start"),
-                                ::testing::_, ERR("set_oui_oper", b.text),
-                                INFO("get_oui_oper_pmsg_f", "set_oui_oper failed")));
+                    ElementsAre(info_line("get_oui_oper_pmsg_f", "get_oui_oper_pmsg_f start"),
+                                ::testing::_, err_line("set_oui_oper", b.text),
+                                info_line("get_oui_oper_pmsg_f", "set_oui_oper failed")));
     }
     EXPECT_EQ(g_vvlan_table.oui_num, 0);
     EXPECT_THAT(bus().writes(), IsEmpty());
@@ -269,7 +272,7 @@ TEST_F(OuiAddTest, AddOuiRefusesANullRecord) {
     uint16_t slot = 0;
     EXPECT_FALSE(add_oui(nullptr, &slot));
     EXPECT_THAT(trace_lines(),
-                ElementsAre(INFO("add_oui", "vvlan_oui_oper is NULL, error return")));
+                ElementsAre(info_line("add_oui", "vvlan_oui_oper is NULL, error return")));
 }
 
 } // namespace

@@ -50,9 +50,9 @@ TEST_F(OuiDelTest, NeverAddedOuiFailsAndWritesNothing) {
     const std::vector<expected_line> lines = trace_lines();
     ASSERT_GE(lines.size(), 3u);
     EXPECT_EQ(lines[lines.size() - 3],
-              INFO("del_oui", "can't find oui in g_vvlan_oui_table, something wrong!"));
-    EXPECT_EQ(lines[lines.size() - 2], INFO("del_oui_oper", "del_oui failed"));
-    EXPECT_EQ(lines.back(), INFO("get_oui_oper_pmsg_f", "del_oui_oper failed"));
+              info_line("del_oui", "can't find oui in g_vvlan_oui_table, something wrong!"));
+    EXPECT_EQ(lines[lines.size() - 2], info_line("del_oui_oper", "del_oui failed"));
+    EXPECT_EQ(lines.back(), info_line("get_oui_oper_pmsg_f", "del_oui_oper failed"));
 }
 
 TEST_F(OuiDelTest, DeletesTheRecordAndItsEcho) {
@@ -63,18 +63,20 @@ TEST_F(OuiDelTest, DeletesTheRecordAndItsEcho) {
     EXPECT_EQ(g_vvlan_table.oui_num, 0);
     EXPECT_EQ(g_vvlan_table.oui_idx, 4);
     EXPECT_THAT(bus().writes(),
-                ElementsAre(DEL(0, "/bridge/vvlan/oui_oper/00e0bb000000/ffffff000000/4")));
-    EXPECT_THAT(
-        trace_lines(),
-        ElementsAre(
-            INFO("get_oui_oper_pmsg_f", "get_oui_oper_pmsg_f start"),
-            INFO("get_oui_oper_pmsg_f", "pmsg db=1 key=" + KEY_A + " cmd=1"),
-            INFO("get_oui_key", "tmp_mac=00e0bb000000/ffffff000000"),
-            INFO("get_oui_key", "mac=0x00e0bb000000"), INFO("get_oui_key", "mask=0xffffff000000"),
-            INFO("del_oui", "entry(4) is ENABLED"), INFO("del_oui", "tmp_mac=0x00e0bb000000"),
-            INFO("del_oui", "i=4"), INFO("del_oui", "oui_num=0"), INFO("del_oui", "oui_del_idx=4"),
-            INFO("del_oui_oper_redis", "key=/bridge/vvlan/oui_oper/00e0bb000000/ffffff000000/4"),
-            INFO("get_oui_oper_pmsg_f", "get_oui_oper_pmsg_f end")));
+                ElementsAre(del_write(0, "/bridge/vvlan/oui_oper/00e0bb000000/ffffff000000/4")));
+    EXPECT_THAT(trace_lines(),
+                ElementsAre(info_line("get_oui_oper_pmsg_f", "get_oui_oper_pmsg_f start"),
+                            info_line("get_oui_oper_pmsg_f", "pmsg db=1 key=" + KEY_A + " cmd=1"),
+                            info_line("get_oui_key", "tmp_mac=00e0bb000000/ffffff000000"),
+                            info_line("get_oui_key", "mac=0x00e0bb000000"),
+                            info_line("get_oui_key", "mask=0xffffff000000"),
+                            info_line("del_oui", "entry(4) is ENABLED"),
+                            info_line("del_oui", "tmp_mac=0x00e0bb000000"),
+                            info_line("del_oui", "i=4"), info_line("del_oui", "oui_num=0"),
+                            info_line("del_oui", "oui_del_idx=4"),
+                            info_line("del_oui_oper_redis",
+                                      "key=/bridge/vvlan/oui_oper/00e0bb000000/ffffff000000/4"),
+                            info_line("get_oui_oper_pmsg_f", "get_oui_oper_pmsg_f end")));
 }
 
 // The key's address is masked with the record's mask; the specified-OUI
@@ -86,15 +88,15 @@ TEST_F(OuiDelTest, KeyAddressIsMatchedUnderTheRecordsMask) {
     EXPECT_EQ(del("/bridge/vvlan/oui_oper/00e0bb123456/ffffff000000"), 0);
     EXPECT_EQ(g_vvlan_oui_table[0].enable, 0);
     EXPECT_THAT(bus().writes(),
-                ElementsAre(DEL(0, "/bridge/vvlan/oui_oper/00e0bb000000/ffffff000000/0"),
-                            DEL(0, "/bridge/vvlan/spec_oui_msg/00e0bb123456/3")));
+                ElementsAre(del_write(0, "/bridge/vvlan/oui_oper/00e0bb000000/ffffff000000/0"),
+                            del_write(0, "/bridge/vvlan/spec_oui_msg/00e0bb123456/3")));
 }
 
 TEST_F(OuiDelTest, TheEchoKeyUsesTheKeysMask) {
     put_oui(1);
     EXPECT_EQ(del("/bridge/vvlan/oui_oper/00e0bb000000/ffff00000000"), 0);
     EXPECT_THAT(bus().writes(),
-                ElementsAre(DEL(0, "/bridge/vvlan/oui_oper/00e0bb000000/ffff00000000/1")));
+                ElementsAre(del_write(0, "/bridge/vvlan/oui_oper/00e0bb000000/ffff00000000/1")));
 }
 
 TEST_F(OuiDelTest, LearnedPortsLoseTheFlagAndOneCount) {
@@ -109,10 +111,12 @@ TEST_F(OuiDelTest, LearnedPortsLoseTheFlagAndOneCount) {
     EXPECT_EQ(g_vvlan_auto_port[5].pri_oui_num, 2u);
     EXPECT_EQ(g_vvlan_auto_port[52].pri_oui_num, 0xFFFFFFFFu) << "a plain decrement wraps";
     EXPECT_EQ(g_vvlan_auto_port[5].add_vvlan_flag, 1) << "membership is left to aging";
-    EXPECT_THAT(trace_lines(), Contains(INFO("del_oui", "g_vvlan_auto_port[5].pri_oui_num = 2")));
     EXPECT_THAT(trace_lines(),
-                Contains(INFO("del_oui", "g_auto_add_vvlan_table[5].oui_flag[0] = 0")));
-    EXPECT_THAT(trace_lines(), Contains(INFO("del_oui", "g_vvlan_auto_port[52].pri_oui_num = -1")));
+                Contains(info_line("del_oui", "g_vvlan_auto_port[5].pri_oui_num = 2")));
+    EXPECT_THAT(trace_lines(),
+                Contains(info_line("del_oui", "g_auto_add_vvlan_table[5].oui_flag[0] = 0")));
+    EXPECT_THAT(trace_lines(),
+                Contains(info_line("del_oui", "g_vvlan_auto_port[52].pri_oui_num = -1")));
     EXPECT_EQ(bus().writes().size(), 1u);
 }
 
@@ -136,13 +140,14 @@ TEST_F(OuiDelTest, SpecifiedAndAgedPortsLoseTheirMessageKey) {
     EXPECT_EQ(del(KEY_A), 0);
     EXPECT_EQ(g_auto_add_vvlan_table[2].oui_flag[0], OUI_FLAG_SPECIFIED);
     EXPECT_EQ(g_auto_add_vvlan_table[2].oui_aged_flag[0], 1);
-    EXPECT_EQ(bus().writes().back(), DEL(0, "/bridge/vvlan/spec_oui_msg/00e0bb000000/3"));
+    EXPECT_EQ(bus().writes().back(), del_write(0, "/bridge/vvlan/spec_oui_msg/00e0bb000000/3"));
     const std::vector<platform_call> calls = platform().calls("get_phyid");
     ASSERT_EQ(calls.size(), 1u);
     EXPECT_EQ(calls[0].args, (std::vector<int64_t>{2, 2}));
-    EXPECT_THAT(trace_lines(), Contains(INFO("del_spec_oui_msg_key", "phyid = 3")));
-    EXPECT_THAT(trace_lines(), Contains(INFO("del_spec_oui_msg_key",
-                                             "key=/bridge/vvlan/spec_oui_msg/00e0bb000000/3")));
+    EXPECT_THAT(trace_lines(), Contains(info_line("del_spec_oui_msg_key", "phyid = 3")));
+    EXPECT_THAT(trace_lines(),
+                Contains(info_line("del_spec_oui_msg_key",
+                                   "key=/bridge/vvlan/spec_oui_msg/00e0bb000000/3")));
 }
 
 // No rollback: the record is freed and its echo deleted, the ports after
@@ -162,15 +167,15 @@ TEST_F(OuiDelTest, DeviceManagerFailureStopsTheCascade) {
     EXPECT_EQ(g_vvlan_auto_port[7].pri_oui_num, 1u);
     EXPECT_EQ(g_mvlan_table[0].oui_flag, 1);
     EXPECT_THAT(bus().writes(),
-                ElementsAre(DEL(0, "/bridge/vvlan/oui_oper/00e0bb000000/ffffff000000/0")));
+                ElementsAre(del_write(0, "/bridge/vvlan/oui_oper/00e0bb000000/ffffff000000/0")));
     const std::vector<expected_line> lines = trace_lines();
     ASSERT_GE(lines.size(), 4u);
     EXPECT_EQ(lines[lines.size() - 4],
-              INFO("del_spec_oui_msg_key", "libsdm_get_phyid_by_ifx() failed"));
+              info_line("del_spec_oui_msg_key", "libsdm_get_phyid_by_ifx() failed"));
     EXPECT_EQ(lines[lines.size() - 3],
-              INFO("del_oui", "del_spec_oui_msg_key failed, error code =-11"));
-    EXPECT_EQ(lines[lines.size() - 2], INFO("del_oui_oper", "del_oui failed"));
-    EXPECT_EQ(lines.back(), INFO("get_oui_oper_pmsg_f", "del_oui_oper failed"));
+              info_line("del_oui", "del_spec_oui_msg_key failed, error code =-11"));
+    EXPECT_EQ(lines[lines.size() - 2], info_line("del_oui_oper", "del_oui failed"));
+    EXPECT_EQ(lines.back(), info_line("get_oui_oper_pmsg_f", "del_oui_oper failed"));
 }
 
 // Both entries lose their link; the per-slot message key is deleted twice.
@@ -184,9 +189,9 @@ TEST_F(OuiDelTest, EveryLinkedMvlanEntryOfTheOuiIsUnlinked) {
     *g_mvlan_table[42].mvlan_oui = OUI_A;
     EXPECT_EQ(del(KEY_A), 0);
     EXPECT_THAT(bus().writes(),
-                ElementsAre(DEL(0, "/bridge/vvlan/oui_oper/00e0bb000000/ffffff000000/6"),
-                            DEL(0, "/bridge/vvlan/mvlan_oui_msg/6"),
-                            DEL(0, "/bridge/vvlan/mvlan_oui_msg/6")));
+                ElementsAre(del_write(0, "/bridge/vvlan/oui_oper/00e0bb000000/ffffff000000/6"),
+                            del_write(0, "/bridge/vvlan/mvlan_oui_msg/6"),
+                            del_write(0, "/bridge/vvlan/mvlan_oui_msg/6")));
     for (std::size_t i : {1u, 40u}) {
         EXPECT_EQ(g_mvlan_table[i].oui_flag, 0);
         EXPECT_EQ(g_mvlan_table[i].oui_fill, 0);
@@ -194,8 +199,8 @@ TEST_F(OuiDelTest, EveryLinkedMvlanEntryOfTheOuiIsUnlinked) {
     }
     EXPECT_EQ(g_mvlan_table[41].oui_flag, 1);
     EXPECT_EQ(g_mvlan_table[42].oui_fill, 1);
-    EXPECT_THAT(trace_lines(), Contains(INFO("del_oui", "g_mvlan_table[40].oui_flag=0")));
-    EXPECT_THAT(trace_lines(), Contains(INFO("del_oui", "This mvlan entry is invalid.")));
+    EXPECT_THAT(trace_lines(), Contains(info_line("del_oui", "g_mvlan_table[40].oui_flag=0")));
+    EXPECT_THAT(trace_lines(), Contains(info_line("del_oui", "This mvlan entry is invalid.")));
 }
 
 TEST_F(OuiDelTest, DeletingTheLastOuiLeavesItsSlotForTheNextAdd) {
@@ -223,7 +228,7 @@ TEST_F(OuiDelTest, MalformedKeyComponentsGiveDefinedBytes) {
     EXPECT_EQ(mask, mac_addr{});
     get_oui_key("/bridge/vvlan/oui_oper", &mac, &mask);
     EXPECT_EQ(mac, mac_addr{});
-    EXPECT_THAT(trace_lines(), Contains(INFO("get_oui_key", "mac=0x00e0bb00ffff")));
+    EXPECT_THAT(trace_lines(), Contains(info_line("get_oui_key", "mac=0x00e0bb00ffff")));
 }
 
 TEST_F(OuiDelTest, LongComponentsAreBounded) {
@@ -232,7 +237,7 @@ TEST_F(OuiDelTest, LongComponentsAreBounded) {
     mac_addr mask{};
     get_oui_key("/bridge/vvlan/oui_oper/" + longer, &mac, &mask);
     EXPECT_EQ(mac, (mac_addr{0xaa, 0xaa, 0xaa, 0xaa, 0xaa, 0xaa}));
-    EXPECT_EQ(trace_lines().at(0), INFO("get_oui_key", "tmp_mac=" + std::string(63, 'a')));
+    EXPECT_EQ(trace_lines().at(0), info_line("get_oui_key", "tmp_mac=" + std::string(63, 'a')));
 }
 
 } // namespace

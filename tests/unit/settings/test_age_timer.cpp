@@ -41,8 +41,8 @@ class AgeTimerTest : public DaemonTest {
 TEST_F(AgeTimerTest, NullRecord) {
     EXPECT_EQ(get_age_timer_pmsg_f(nullptr), -4);
     EXPECT_THAT(trace_lines(),
-                ElementsAre(INFO("get_age_timer_pmsg_f", "get_age_timer_pmsg_f start"),
-                            ERR("get_age_timer_pmsg_f", "pmsg is null")));
+                ElementsAre(info_line("get_age_timer_pmsg_f", "get_age_timer_pmsg_f start"),
+                            err_line("get_age_timer_pmsg_f", "pmsg is null")));
 }
 
 TEST_F(AgeTimerTest, ValueIsBigEndianMinutes) {
@@ -58,11 +58,11 @@ TEST_F(AgeTimerTest, WhileOffOnlyTheTimeChanges) {
     EXPECT_EQ(age(bytes({0x00, 0x1E})), 0);
     EXPECT_EQ(posix_faults::pthread_create_calls(), 0);
     EXPECT_THAT(bus().writes(), IsEmpty());
-    EXPECT_THAT(
-        trace_lines(),
-        ElementsAre(INFO("get_age_timer_pmsg_f", "get_age_timer_pmsg_f start"),
-                    INFO("get_age_timer_pmsg_f", "pmsg db=1 key=/bridge/vvlan/age_timer/1 cmd=0"),
-                    INFO("get_age_timer_pmsg_f", "aging_minutes=30")));
+    EXPECT_THAT(trace_lines(),
+                ElementsAre(info_line("get_age_timer_pmsg_f", "get_age_timer_pmsg_f start"),
+                            info_line("get_age_timer_pmsg_f",
+                                      "pmsg db=1 key=/bridge/vvlan/age_timer/1 cmd=0"),
+                            info_line("get_age_timer_pmsg_f", "aging_minutes=30")));
     ASSERT_EQ(vid(TUKREDIS_CMD_SET), 0);
     EXPECT_EQ(started_period(), "aging_time=1800");
 }
@@ -74,13 +74,14 @@ TEST_F(AgeTimerTest, VoiceVlanOnWithoutThreadCreatesWithoutStop) {
     EXPECT_EQ(posix_faults::pthread_create_calls(), 1);
     EXPECT_THAT(
         trace_lines_here(),
-        ElementsAre(INFO("get_age_timer_pmsg_f", "get_age_timer_pmsg_f start"),
-                    INFO("get_age_timer_pmsg_f", "pmsg db=1 key=/bridge/vvlan/age_timer/1 cmd=0"),
-                    INFO("get_age_timer_pmsg_f", "aging_minutes=2"),
-                    INFO("get_age_timer_pmsg_f", "is_running=0"),
-                    INFO("get_age_timer_pmsg_f", "timer func enable the aging thread"),
-                    INFO("get_age_timer_pmsg_f", "is_running=1, age_time_thread start"),
-                    INFO("get_age_timer_pmsg_f", "get_age_timer_pmsg_f end")));
+        ElementsAre(
+            info_line("get_age_timer_pmsg_f", "get_age_timer_pmsg_f start"),
+            info_line("get_age_timer_pmsg_f", "pmsg db=1 key=/bridge/vvlan/age_timer/1 cmd=0"),
+            info_line("get_age_timer_pmsg_f", "aging_minutes=2"),
+            info_line("get_age_timer_pmsg_f", "is_running=0"),
+            info_line("get_age_timer_pmsg_f", "timer func enable the aging thread"),
+            info_line("get_age_timer_pmsg_f", "is_running=1, age_time_thread start"),
+            info_line("get_age_timer_pmsg_f", "get_age_timer_pmsg_f end")));
     EXPECT_EQ(started_period(), "aging_time=120");
 }
 
@@ -89,19 +90,20 @@ TEST_F(AgeTimerTest, RunningThreadIsRestartedWithTheNewPeriod) {
     ASSERT_EQ(vid(TUKREDIS_CMD_SET), 0);
     EXPECT_EQ(started_period(), "aging_time=86400");
     clear_trace();
-    sleep_control::get().reset(sleep_mode::controlled);
+    sleep_control::get().reset(sleep_mode::CONTROLLED);
     EXPECT_EQ(age(bytes({0x00, 0x01})), 0);
     EXPECT_EQ(posix_faults::pthread_create_calls(), 2);
     EXPECT_THAT(
         trace_lines_here(),
-        ElementsAre(INFO("get_age_timer_pmsg_f", "get_age_timer_pmsg_f start"),
-                    INFO("get_age_timer_pmsg_f", "pmsg db=1 key=/bridge/vvlan/age_timer/1 cmd=0"),
-                    INFO("get_age_timer_pmsg_f", "aging_minutes=1"),
-                    INFO("get_age_timer_pmsg_f", "is_running=1"),
-                    INFO("get_age_timer_pmsg_f", "vvlan_timer_thread has been exit"),
-                    INFO("get_age_timer_pmsg_f", "timer func enable the aging thread"),
-                    INFO("get_age_timer_pmsg_f", "is_running=1, age_time_thread start"),
-                    INFO("get_age_timer_pmsg_f", "get_age_timer_pmsg_f end")));
+        ElementsAre(
+            info_line("get_age_timer_pmsg_f", "get_age_timer_pmsg_f start"),
+            info_line("get_age_timer_pmsg_f", "pmsg db=1 key=/bridge/vvlan/age_timer/1 cmd=0"),
+            info_line("get_age_timer_pmsg_f", "aging_minutes=1"),
+            info_line("get_age_timer_pmsg_f", "is_running=1"),
+            info_line("get_age_timer_pmsg_f", "vvlan_timer_thread has been exit"),
+            info_line("get_age_timer_pmsg_f", "timer func enable the aging thread"),
+            info_line("get_age_timer_pmsg_f", "is_running=1, age_time_thread start"),
+            info_line("get_age_timer_pmsg_f", "get_age_timer_pmsg_f end")));
     EXPECT_EQ(started_period(), "aging_time=60");
     unsigned seconds = 0;
     ASSERT_TRUE(sleep_control::get().wait_sleeping(&seconds));
@@ -124,7 +126,7 @@ TEST_F(AgeTimerTest, DeleteReadsTheValue) {
 TEST_F(AgeTimerTest, DeleteWithNoValueLeftIsNull) {
     message m(1, "/bridge/vvlan/age_timer/1", TUKREDIS_CMD_DEL);
     EXPECT_EQ(get_age_timer_pmsg_f(&m.pmsg), -4);
-    EXPECT_EQ(trace_lines().back(), ERR("get_age_timer_pmsg_f", "vvlan_timer is NULL\n"));
+    EXPECT_EQ(trace_lines().back(), err_line("get_age_timer_pmsg_f", "vvlan_timer is NULL\n"));
     EXPECT_EQ(g_vvlan_table.aging_minutes, 1440);
 }
 
@@ -132,7 +134,7 @@ TEST_F(AgeTimerTest, UnreadableValueChangesNothing) {
     message m(1, "/bridge/vvlan/age_timer/1", TUKREDIS_CMD_DEL);
     m.fail_read();
     EXPECT_EQ(get_age_timer_pmsg_f(&m.pmsg), -11);
-    EXPECT_EQ(trace_lines().back(), ERR("get_age_timer_pmsg_f", "get value fail"));
+    EXPECT_EQ(trace_lines().back(), err_line("get_age_timer_pmsg_f", "get value fail"));
     EXPECT_EQ(g_vvlan_table.aging_minutes, 1440);
 }
 
@@ -156,7 +158,8 @@ TEST_F(AgeTimerTest, CreationFailureAfterTheJoinLeavesIsRunningSet) {
     ASSERT_TRUE(sleep_control::get().wait_sleeping(nullptr));
     posix_faults::fail_pthread_create(EAGAIN);
     EXPECT_EQ(age(bytes({0, 1})), -11);
-    EXPECT_EQ(trace_lines_here().back(), INFO("get_age_timer_pmsg_f", "pthread_create failed"));
+    EXPECT_EQ(trace_lines_here().back(),
+              info_line("get_age_timer_pmsg_f", "pthread_create failed"));
     EXPECT_EQ(g_vvlan_table.is_running, 1);
     EXPECT_FALSE(vvlan_timer_thread.live);
     posix_faults::fail_pthread_create(0);
@@ -167,9 +170,11 @@ TEST_F(AgeTimerTest, CreationFailureAfterTheJoinLeavesIsRunningSet) {
     EXPECT_THAT(trace_texts(), Not(Contains("age_thread is not exist")));
 
     EXPECT_EQ(vid(TUKREDIS_CMD_DEL), -11);
-    EXPECT_THAT(trace_lines_here(), Contains(INFO("get_vid_pmsg_f", "send cancel signal failed")));
-    EXPECT_EQ(trace_lines_here().back(),
-              INFO("get_vid_pmsg_f", "pthread_join failed, error code=" + std::to_string(ESRCH)));
+    EXPECT_THAT(trace_lines_here(),
+                Contains(info_line("get_vid_pmsg_f", "send cancel signal failed")));
+    EXPECT_EQ(
+        trace_lines_here().back(),
+        info_line("get_vid_pmsg_f", "pthread_join failed, error code=" + std::to_string(ESRCH)));
     EXPECT_EQ(g_vvlan_table.is_running, 1);
 }
 
@@ -179,9 +184,10 @@ TEST_F(AgeTimerTest, JoinFailureOnAStaleHandle) {
     EXPECT_EQ(age(bytes({0, 1})), -11);
     const std::vector<expected_line> lines = trace_lines();
     ASSERT_GE(lines.size(), 2u);
-    EXPECT_EQ(lines[lines.size() - 2], INFO("get_age_timer_pmsg_f", "send cancel signal failed"));
-    EXPECT_EQ(lines.back(),
-              INFO("get_age_timer_pmsg_f", "pthread_join failed, rv=" + std::to_string(ESRCH)));
+    EXPECT_EQ(lines[lines.size() - 2],
+              info_line("get_age_timer_pmsg_f", "send cancel signal failed"));
+    EXPECT_EQ(lines.back(), info_line("get_age_timer_pmsg_f",
+                                      "pthread_join failed, rv=" + std::to_string(ESRCH)));
     EXPECT_EQ(posix_faults::pthread_create_calls(), 0);
 }
 

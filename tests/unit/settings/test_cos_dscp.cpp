@@ -14,25 +14,27 @@ class CosDscpTest : public DaemonTest {};
 
 TEST_F(CosDscpTest, NullRecord) {
     EXPECT_EQ(get_cos_dscp_pmsg_f(nullptr), -4);
-    EXPECT_THAT(trace_lines(), ElementsAre(INFO("get_cos_dscp_pmsg_f", "get_cos_dscp_pmsg_f start"),
-                                           ERR("get_cos_dscp_pmsg_f", "pmsg is null")));
+    EXPECT_THAT(trace_lines(),
+                ElementsAre(info_line("get_cos_dscp_pmsg_f", "get_cos_dscp_pmsg_f start"),
+                            err_line("get_cos_dscp_pmsg_f", "pmsg is null")));
 }
 
 TEST_F(CosDscpTest, PublishesOuiIndexCosDscp) {
     g_vvlan_table.oui_idx = 3;
     message m(1, "/bridge/vvlan/cos_dscp/1", TUKREDIS_CMD_SET, bytes({0x05, 0x2E}));
     EXPECT_EQ(get_cos_dscp_pmsg_f(&m.pmsg), 0);
-    EXPECT_THAT(bus().writes(),
-                ElementsAre(SET(0, "/bridge/vvlan/cos_dscp/", bytes({0x00, 0x03, 0x05, 0x2E}))));
+    EXPECT_THAT(bus().writes(), ElementsAre(set_write(0, "/bridge/vvlan/cos_dscp/",
+                                                      bytes({0x00, 0x03, 0x05, 0x2E}))));
     EXPECT_THAT(
         trace_lines(),
-        ElementsAre(INFO("get_cos_dscp_pmsg_f", "get_cos_dscp_pmsg_f start"),
-                    INFO("get_cos_dscp_pmsg_f", "pmsg db=1 key=/bridge/vvlan/cos_dscp/1 cmd=0"),
-                    INFO("get_cos_dscp_pmsg_f", "vvlan_cos_dscp->cos=5, vvlan_cos_dscp->dscp=46"),
-                    INFO("set_cos_dscp_redis", "vvlan_cos_dscp->cos=5, vvlan_cos_dscp->dscp=46"),
-                    INFO("set_cos_dscp_redis", "key=/bridge/vvlan/cos_dscp/"),
-                    INFO("set_cos_dscp_redis", "pre_entry_idx=3, cos=5, dscp=46"),
-                    INFO("get_cos_dscp_pmsg_f", "get_cos_dscp_pmsg_f end")));
+        ElementsAre(
+            info_line("get_cos_dscp_pmsg_f", "get_cos_dscp_pmsg_f start"),
+            info_line("get_cos_dscp_pmsg_f", "pmsg db=1 key=/bridge/vvlan/cos_dscp/1 cmd=0"),
+            info_line("get_cos_dscp_pmsg_f", "vvlan_cos_dscp->cos=5, vvlan_cos_dscp->dscp=46"),
+            info_line("set_cos_dscp_redis", "vvlan_cos_dscp->cos=5, vvlan_cos_dscp->dscp=46"),
+            info_line("set_cos_dscp_redis", "key=/bridge/vvlan/cos_dscp/"),
+            info_line("set_cos_dscp_redis", "pre_entry_idx=3, cos=5, dscp=46"),
+            info_line("get_cos_dscp_pmsg_f", "get_cos_dscp_pmsg_f end")));
 }
 
 TEST_F(CosDscpTest, HighOuiIndexIsBigEndian) {
@@ -40,14 +42,14 @@ TEST_F(CosDscpTest, HighOuiIndexIsBigEndian) {
     message m(1, "/bridge/vvlan/cos_dscp/1", TUKREDIS_CMD_SET, bytes({7, 63, 0xAA, 0xBB}));
     EXPECT_EQ(get_cos_dscp_pmsg_f(&m.pmsg), 0);
     EXPECT_THAT(bus().writes(),
-                ElementsAre(SET(0, "/bridge/vvlan/cos_dscp/", bytes({0x01, 0x02, 7, 63}))));
+                ElementsAre(set_write(0, "/bridge/vvlan/cos_dscp/", bytes({0x01, 0x02, 7, 63}))));
 }
 
 TEST_F(CosDscpTest, RangesAreNotValidated) {
     message m(1, "/bridge/vvlan/cos_dscp/1", TUKREDIS_CMD_SET, bytes({0xFF, 0xFF}));
     EXPECT_EQ(get_cos_dscp_pmsg_f(&m.pmsg), 0);
     EXPECT_THAT(bus().writes(),
-                ElementsAre(SET(0, "/bridge/vvlan/cos_dscp/", bytes({0, 0, 0xFF, 0xFF}))));
+                ElementsAre(set_write(0, "/bridge/vvlan/cos_dscp/", bytes({0, 0, 0xFF, 0xFF}))));
 }
 
 // Published whatever the voice VLAN's state.
@@ -71,13 +73,13 @@ TEST_F(CosDscpTest, DeleteRepublishesWhateverTheLibraryYields) {
     message m(1, "/bridge/vvlan/cos_dscp/1", TUKREDIS_CMD_DEL, bytes({3, 4}));
     EXPECT_EQ(get_cos_dscp_pmsg_f(&m.pmsg), 0);
     EXPECT_THAT(bus().writes(),
-                ElementsAre(SET(0, "/bridge/vvlan/cos_dscp/", bytes({0, 0, 3, 4}))));
+                ElementsAre(set_write(0, "/bridge/vvlan/cos_dscp/", bytes({0, 0, 3, 4}))));
 }
 
 TEST_F(CosDscpTest, DeleteWithNoValueLeftIsNull) {
     message m(1, "/bridge/vvlan/cos_dscp/1", TUKREDIS_CMD_DEL);
     EXPECT_EQ(get_cos_dscp_pmsg_f(&m.pmsg), -4);
-    EXPECT_EQ(trace_lines().back(), ERR("get_cos_dscp_pmsg_f", "vvlan_cos_dscp is NULL\n"));
+    EXPECT_EQ(trace_lines().back(), err_line("get_cos_dscp_pmsg_f", "vvlan_cos_dscp is NULL\n"));
     EXPECT_THAT(bus().writes(), IsEmpty());
 }
 
@@ -85,7 +87,7 @@ TEST_F(CosDscpTest, UnreadableValue) {
     message m(1, "/bridge/vvlan/cos_dscp/1", TUKREDIS_CMD_SET);
     m.fail_read();
     EXPECT_EQ(get_cos_dscp_pmsg_f(&m.pmsg), -11);
-    EXPECT_EQ(trace_lines().back(), ERR("get_cos_dscp_pmsg_f", "get value fail"));
+    EXPECT_EQ(trace_lines().back(), err_line("get_cos_dscp_pmsg_f", "get value fail"));
     EXPECT_THAT(bus().writes(), IsEmpty());
 }
 

@@ -24,8 +24,8 @@ class SecuModeTest : public DaemonTest {
 TEST_F(SecuModeTest, NullRecord) {
     EXPECT_EQ(get_secu_mode_pmsg_f(nullptr), -4);
     EXPECT_THAT(trace_lines(),
-                ElementsAre(INFO("get_secu_mode_pmsg_f", "get_secu_mode_pmsg_f start"),
-                            ERR("get_secu_mode_pmsg_f", "pmsg is null")));
+                ElementsAre(info_line("get_secu_mode_pmsg_f", "get_secu_mode_pmsg_f start"),
+                            err_line("get_secu_mode_pmsg_f", "pmsg is null")));
 }
 
 // Set while the voice VLAN is off: configured on, but deleted in database 0;
@@ -33,26 +33,26 @@ TEST_F(SecuModeTest, NullRecord) {
 TEST_F(SecuModeTest, SetWhileVoiceVlanOffDeletesThenEnablePublishes) {
     EXPECT_EQ(secu(TUKREDIS_CMD_SET), 0);
     EXPECT_EQ(g_vvlan_table.secu_mode_en, 1);
-    EXPECT_THAT(bus().writes(), ElementsAre(DEL(0, "/bridge/vvlan/secu_mode/")));
-    EXPECT_THAT(
-        trace_lines(),
-        ElementsAre(INFO("get_secu_mode_pmsg_f", "get_secu_mode_pmsg_f start"),
-                    INFO("get_secu_mode_pmsg_f", "pmsg db=1 key=/bridge/vvlan/secu_mode/1 cmd=0"),
-                    INFO("set_secu_mode_redis", "set_secu_mode_redis start"),
-                    INFO("set_secu_mode_redis", "key=/bridge/vvlan/secu_mode/"),
-                    INFO("set_secu_mode_redis", "secu_mode_en=1"),
-                    INFO("set_secu_mode_redis", "set_secu_mode_redis end"),
-                    INFO("get_secu_mode_pmsg_f", "get_secu_mode_pmsg_f end")));
+    EXPECT_THAT(bus().writes(), ElementsAre(del_write(0, "/bridge/vvlan/secu_mode/")));
+    EXPECT_THAT(trace_lines(),
+                ElementsAre(info_line("get_secu_mode_pmsg_f", "get_secu_mode_pmsg_f start"),
+                            info_line("get_secu_mode_pmsg_f",
+                                      "pmsg db=1 key=/bridge/vvlan/secu_mode/1 cmd=0"),
+                            info_line("set_secu_mode_redis", "set_secu_mode_redis start"),
+                            info_line("set_secu_mode_redis", "key=/bridge/vvlan/secu_mode/"),
+                            info_line("set_secu_mode_redis", "secu_mode_en=1"),
+                            info_line("set_secu_mode_redis", "set_secu_mode_redis end"),
+                            info_line("get_secu_mode_pmsg_f", "get_secu_mode_pmsg_f end")));
     bus().clear_calls();
     message m(1, "/bridge/vvlan/vid/100", TUKREDIS_CMD_SET);
     ASSERT_EQ(get_vid_pmsg_f(&m.pmsg), 0);
-    EXPECT_EQ(bus().writes().front(), SET(0, "/bridge/vvlan/secu_mode/", "1"));
+    EXPECT_EQ(bus().writes().front(), set_write(0, "/bridge/vvlan/secu_mode/", "1"));
 }
 
 TEST_F(SecuModeTest, SetWhileVoiceVlanOnPublishesOne) {
     g_vvlan_table.status = 1;
     EXPECT_EQ(secu(TUKREDIS_CMD_SET), 0);
-    EXPECT_THAT(bus().writes(), ElementsAre(SET(0, "/bridge/vvlan/secu_mode/", "1")));
+    EXPECT_THAT(bus().writes(), ElementsAre(set_write(0, "/bridge/vvlan/secu_mode/", "1")));
 }
 
 TEST_F(SecuModeTest, DeleteWhileVoiceVlanOnDeletes) {
@@ -60,7 +60,7 @@ TEST_F(SecuModeTest, DeleteWhileVoiceVlanOnDeletes) {
     g_vvlan_table.secu_mode_en = 1;
     EXPECT_EQ(secu(TUKREDIS_CMD_DEL), 0);
     EXPECT_EQ(g_vvlan_table.secu_mode_en, 0);
-    EXPECT_THAT(bus().writes(), ElementsAre(DEL(0, "/bridge/vvlan/secu_mode/")));
+    EXPECT_THAT(bus().writes(), ElementsAre(del_write(0, "/bridge/vvlan/secu_mode/")));
 }
 
 TEST_F(SecuModeTest, AnyOtherCodeIsADelete) {
@@ -83,7 +83,7 @@ TEST_F(SecuModeTest, ExpireChangesNothing) {
 TEST_F(SecuModeTest, AnyTailPublishesTheBarePrefix) {
     g_vvlan_table.status = 1;
     EXPECT_EQ(secu(TUKREDIS_CMD_SET, "/bridge/vvlan/secu_mode/anything/else"), 0);
-    EXPECT_THAT(bus().writes(), ElementsAre(SET(0, "/bridge/vvlan/secu_mode/", "1")));
+    EXPECT_THAT(bus().writes(), ElementsAre(set_write(0, "/bridge/vvlan/secu_mode/", "1")));
 }
 
 } // namespace

@@ -36,8 +36,8 @@ class VidTest : public DaemonTest {
 
 TEST_F(VidTest, NullRecord) {
     EXPECT_EQ(get_vid_pmsg_f(nullptr), -4);
-    EXPECT_THAT(trace_lines(), ElementsAre(INFO("get_vid_pmsg_f", "get_vid_pmsg_f start"),
-                                           ERR("get_vid_pmsg_f", "pmsg is null")));
+    EXPECT_THAT(trace_lines(), ElementsAre(info_line("get_vid_pmsg_f", "get_vid_pmsg_f start"),
+                                           err_line("get_vid_pmsg_f", "pmsg is null")));
 }
 
 // The published value is the OUI index, high byte first, not the id.
@@ -49,27 +49,30 @@ TEST_F(VidTest, SetPublishesTheKeyWithTheOuiIndexAndStartsTheThread) {
     EXPECT_EQ(g_vvlan_table.is_running, 1);
     EXPECT_TRUE(vvlan_timer_thread.live);
     EXPECT_EQ(posix_faults::pthread_create_calls(), 1);
-    EXPECT_THAT(bus().writes(), ElementsAre(DEL(0, "/bridge/vvlan/secu_mode/"),
-                                            SET(0, "/bridge/vvlan/vid/100", bytes({0x00, 0x05}))));
-    EXPECT_THAT(trace_lines_here(),
-                ElementsAre(INFO("get_vid_pmsg_f", "get_vid_pmsg_f start"),
-                            INFO("get_vid_pmsg_f", "pmsg db=1 key=/bridge/vvlan/vid/100 cmd=0"),
-                            INFO("get_vid_pmsg_f", "vid=100, status=1"),
-                            INFO("set_secu_mode_redis", "set_secu_mode_redis start"),
-                            INFO("set_secu_mode_redis", "key=/bridge/vvlan/secu_mode/"),
-                            INFO("set_secu_mode_redis", "secu_mode_en=0"),
-                            INFO("set_secu_mode_redis", "set_secu_mode_redis end"),
-                            INFO("set_mvlan_oui", "set_mvlan_oui start"),
-                            INFO("set_mvlan_oui", "set_mvlan_oui end"),
-                            INFO("set_vid_redis", "key=/bridge/vvlan/vid/100"),
-                            INFO("get_vid_pmsg_f", "age_thread is not exist"),
-                            INFO("get_vid_pmsg_f", "VVLAN enable the aging thread"),
-                            INFO("get_vid_pmsg_f", "is_running=1, age_time_thread start"),
-                            INFO("get_vid_pmsg_f", "get_vid_pmsg_f end")));
+    EXPECT_THAT(bus().writes(),
+                ElementsAre(del_write(0, "/bridge/vvlan/secu_mode/"),
+                            set_write(0, "/bridge/vvlan/vid/100", bytes({0x00, 0x05}))));
+    EXPECT_THAT(
+        trace_lines_here(),
+        ElementsAre(info_line("get_vid_pmsg_f", "get_vid_pmsg_f start"),
+                    info_line("get_vid_pmsg_f", "pmsg db=1 key=/bridge/vvlan/vid/100 cmd=0"),
+                    info_line("get_vid_pmsg_f", "vid=100, status=1"),
+                    info_line("set_secu_mode_redis", "set_secu_mode_redis start"),
+                    info_line("set_secu_mode_redis", "key=/bridge/vvlan/secu_mode/"),
+                    info_line("set_secu_mode_redis", "secu_mode_en=0"),
+                    info_line("set_secu_mode_redis", "set_secu_mode_redis end"),
+                    info_line("set_mvlan_oui", "set_mvlan_oui start"),
+                    info_line("set_mvlan_oui", "set_mvlan_oui end"),
+                    info_line("set_vid_redis", "key=/bridge/vvlan/vid/100"),
+                    info_line("get_vid_pmsg_f", "age_thread is not exist"),
+                    info_line("get_vid_pmsg_f", "VVLAN enable the aging thread"),
+                    info_line("get_vid_pmsg_f", "is_running=1, age_time_thread start"),
+                    info_line("get_vid_pmsg_f", "get_vid_pmsg_f end")));
     unsigned seconds = 0;
     ASSERT_TRUE(sleep_control::get().wait_sleeping(&seconds));
     EXPECT_EQ(seconds, 5u);
-    EXPECT_THAT(trace_lines_elsewhere(), ElementsAre(INFO("age_time_thread", "aging_time=86400")));
+    EXPECT_THAT(trace_lines_elsewhere(),
+                ElementsAre(info_line("age_time_thread", "aging_time=86400")));
 }
 
 TEST_F(VidTest, DeleteUnpublishesAndStopsTheThread) {
@@ -82,33 +85,34 @@ TEST_F(VidTest, DeleteUnpublishesAndStopsTheThread) {
     EXPECT_EQ(g_vvlan_table.vid, 100);
     EXPECT_EQ(g_vvlan_table.is_running, 0);
     EXPECT_FALSE(vvlan_timer_thread.live);
-    EXPECT_THAT(bus().writes(),
-                ElementsAre(DEL(0, "/bridge/vvlan/secu_mode/"), DEL(0, "/bridge/vvlan/vid/100")));
-    EXPECT_THAT(trace_lines_here(),
-                ElementsAre(INFO("get_vid_pmsg_f", "get_vid_pmsg_f start"),
-                            INFO("get_vid_pmsg_f", "pmsg db=1 key=/bridge/vvlan/vid/100 cmd=1"),
-                            INFO("get_vid_pmsg_f", "vid=100, status=0"),
-                            INFO("set_secu_mode_redis", "set_secu_mode_redis start"),
-                            INFO("set_secu_mode_redis", "key=/bridge/vvlan/secu_mode/"),
-                            INFO("set_secu_mode_redis", "secu_mode_en=0"),
-                            INFO("set_secu_mode_redis", "set_secu_mode_redis end"),
-                            INFO("set_mvlan_oui", "set_mvlan_oui start"),
-                            INFO("set_vid_redis", "key=/bridge/vvlan/vid/100"),
-                            INFO("get_vid_pmsg_f", "age_thread has been exit"),
-                            INFO("get_vid_pmsg_f", "get_vid_pmsg_f end")));
+    EXPECT_THAT(bus().writes(), ElementsAre(del_write(0, "/bridge/vvlan/secu_mode/"),
+                                            del_write(0, "/bridge/vvlan/vid/100")));
+    EXPECT_THAT(
+        trace_lines_here(),
+        ElementsAre(info_line("get_vid_pmsg_f", "get_vid_pmsg_f start"),
+                    info_line("get_vid_pmsg_f", "pmsg db=1 key=/bridge/vvlan/vid/100 cmd=1"),
+                    info_line("get_vid_pmsg_f", "vid=100, status=0"),
+                    info_line("set_secu_mode_redis", "set_secu_mode_redis start"),
+                    info_line("set_secu_mode_redis", "key=/bridge/vvlan/secu_mode/"),
+                    info_line("set_secu_mode_redis", "secu_mode_en=0"),
+                    info_line("set_secu_mode_redis", "set_secu_mode_redis end"),
+                    info_line("set_mvlan_oui", "set_mvlan_oui start"),
+                    info_line("set_vid_redis", "key=/bridge/vvlan/vid/100"),
+                    info_line("get_vid_pmsg_f", "age_thread has been exit"),
+                    info_line("get_vid_pmsg_f", "get_vid_pmsg_f end")));
 }
 
 // With nothing to join, the cancel and the join are still attempted and
 // fail with ESRCH; the handler returns -11 after publishing the delete.
 TEST_F(VidTest, DeleteWhileOffReportsTheFailedJoin) {
     EXPECT_EQ(vid(TUKREDIS_CMD_DEL), -11);
-    EXPECT_THAT(bus().writes(),
-                ElementsAre(DEL(0, "/bridge/vvlan/secu_mode/"), DEL(0, "/bridge/vvlan/vid/100")));
+    EXPECT_THAT(bus().writes(), ElementsAre(del_write(0, "/bridge/vvlan/secu_mode/"),
+                                            del_write(0, "/bridge/vvlan/vid/100")));
     const std::vector<expected_line> lines = trace_lines();
     ASSERT_GE(lines.size(), 2u);
-    EXPECT_EQ(lines[lines.size() - 2], INFO("get_vid_pmsg_f", "send cancel signal failed"));
-    EXPECT_EQ(lines.back(),
-              INFO("get_vid_pmsg_f", "pthread_join failed, error code=" + std::to_string(ESRCH)));
+    EXPECT_EQ(lines[lines.size() - 2], info_line("get_vid_pmsg_f", "send cancel signal failed"));
+    EXPECT_EQ(lines.back(), info_line("get_vid_pmsg_f",
+                                      "pthread_join failed, error code=" + std::to_string(ESRCH)));
     EXPECT_EQ(g_vvlan_table.is_running, 0);
 }
 
@@ -126,7 +130,7 @@ TEST_F(VidTest, ExpireChangesNothing) {
     EXPECT_EQ(g_vvlan_table.status, 0);
     EXPECT_EQ(g_vvlan_table.vid, 0);
     EXPECT_THAT(bus().writes(), IsEmpty());
-    EXPECT_EQ(trace_lines().back(), ERR("get_vid_pmsg_f", "not care CMD_EXPIRE event"));
+    EXPECT_EQ(trace_lines().back(), err_line("get_vid_pmsg_f", "not care CMD_EXPIRE event"));
 }
 
 TEST_F(VidTest, TwoSetsStartTheThreadOnce) {
@@ -146,8 +150,8 @@ TEST_F(VidTest, AnotherIdPublishesTheNewKeyAndKeepsTheOld) {
     bus().clear_calls();
     ASSERT_EQ(vid(TUKREDIS_CMD_SET, "/bridge/vvlan/vid/200"), 0);
     EXPECT_EQ(g_vvlan_table.vid, 200);
-    EXPECT_THAT(bus().writes(), ElementsAre(DEL(0, "/bridge/vvlan/secu_mode/"),
-                                            SET(0, "/bridge/vvlan/vid/200", bytes({0, 0}))));
+    EXPECT_THAT(bus().writes(), ElementsAre(del_write(0, "/bridge/vvlan/secu_mode/"),
+                                            set_write(0, "/bridge/vvlan/vid/200", bytes({0, 0}))));
 }
 
 TEST_F(VidTest, NonNumericTailKeepsThePreviousIdAndStillEnables) {
@@ -159,25 +163,25 @@ TEST_F(VidTest, NonNumericTailKeepsThePreviousIdAndStillEnables) {
     EXPECT_EQ(g_vvlan_table.vid, 100);
     EXPECT_EQ(g_vvlan_table.status, 1);
     EXPECT_EQ(g_vvlan_table.is_running, 1);
-    EXPECT_THAT(bus().writes(), ElementsAre(DEL(0, "/bridge/vvlan/secu_mode/"),
-                                            SET(0, "/bridge/vvlan/vid/100", bytes({0, 0}))));
+    EXPECT_THAT(bus().writes(), ElementsAre(del_write(0, "/bridge/vvlan/secu_mode/"),
+                                            set_write(0, "/bridge/vvlan/vid/100", bytes({0, 0}))));
     EXPECT_THAT(trace_lines_here(),
-                ::testing::Contains(INFO("get_vid_pmsg_f", "vid=100, status=1")));
+                ::testing::Contains(info_line("get_vid_pmsg_f", "vid=100, status=1")));
 }
 
 TEST_F(VidTest, IdsThatDoNotFitAreTakenAsTheParseGivesThem) {
     ASSERT_EQ(vid(TUKREDIS_CMD_SET, "/bridge/vvlan/vid/70000"), 0);
     EXPECT_EQ(g_vvlan_table.vid, 70000 & 0xffff);
-    EXPECT_EQ(bus().writes().back(), SET(0, "/bridge/vvlan/vid/4464", bytes({0, 0})));
+    EXPECT_EQ(bus().writes().back(), set_write(0, "/bridge/vvlan/vid/4464", bytes({0, 0})));
 }
 
 TEST_F(VidTest, SecurityModeFollowsTheVoiceVlan) {
     g_vvlan_table.secu_mode_en = 1;
     ASSERT_EQ(vid(TUKREDIS_CMD_SET), 0);
-    EXPECT_EQ(bus().writes().front(), SET(0, "/bridge/vvlan/secu_mode/", "1"));
+    EXPECT_EQ(bus().writes().front(), set_write(0, "/bridge/vvlan/secu_mode/", "1"));
     bus().clear_calls();
     ASSERT_EQ(vid(TUKREDIS_CMD_DEL), 0);
-    EXPECT_EQ(bus().writes().front(), DEL(0, "/bridge/vvlan/secu_mode/"));
+    EXPECT_EQ(bus().writes().front(), del_write(0, "/bridge/vvlan/secu_mode/"));
 }
 
 TEST_F(VidTest, EnableAnnouncesMatchingMvlanEntriesAndWithdrawsOthers) {
@@ -185,19 +189,19 @@ TEST_F(VidTest, EnableAnnouncesMatchingMvlanEntriesAndWithdrawsOthers) {
     fill_mvlan(1, 200, 7);
     g_mvlan_table[1].oui_flag = 1;
     ASSERT_EQ(vid(TUKREDIS_CMD_SET), 0);
-    EXPECT_THAT(bus().writes(), ElementsAre(DEL(0, "/bridge/vvlan/secu_mode/"),
-                                            SET(0, "/bridge/vvlan/mvlan_oui_msg/3", "3"),
-                                            DEL(0, "/bridge/vvlan/mvlan_oui_msg/7"),
-                                            SET(0, "/bridge/vvlan/vid/100", bytes({0, 0}))));
+    EXPECT_THAT(bus().writes(), ElementsAre(del_write(0, "/bridge/vvlan/secu_mode/"),
+                                            set_write(0, "/bridge/vvlan/mvlan_oui_msg/3", "3"),
+                                            del_write(0, "/bridge/vvlan/mvlan_oui_msg/7"),
+                                            set_write(0, "/bridge/vvlan/vid/100", bytes({0, 0}))));
     EXPECT_EQ(g_mvlan_table[0].oui_flag, 1);
     EXPECT_EQ(g_mvlan_table[1].oui_flag, 1) << "left as it was";
     const std::vector<expected_line> lines = trace_lines_here();
     EXPECT_THAT(lines, ::testing::Contains(
-                           INFO("set_mvlan_oui", "g_mvlan_table 0 entry fill the vvlan oui")));
+                           info_line("set_mvlan_oui", "g_mvlan_table 0 entry fill the vvlan oui")));
     EXPECT_THAT(lines, ::testing::Contains(
-                           INFO("set_mvlan_oui", "g_mvlan_table 1 entry fill the vvlan oui")));
-    EXPECT_THAT(lines,
-                ::testing::Contains(INFO("set_mvlan_oui", "This mvlan entry vid is not fill")));
+                           info_line("set_mvlan_oui", "g_mvlan_table 1 entry fill the vvlan oui")));
+    EXPECT_THAT(
+        lines, ::testing::Contains(info_line("set_mvlan_oui", "This mvlan entry vid is not fill")));
 }
 
 // Disabling only lowers the flags; no MAC-VLAN message is withdrawn.
@@ -212,8 +216,8 @@ TEST_F(VidTest, DisableClearsEveryLinkFlagAndWithdrawsNothing) {
         EXPECT_EQ(e.oui_flag, 0);
     }
     EXPECT_EQ(g_mvlan_table[0].oui_fill, 1);
-    EXPECT_THAT(bus().writes(),
-                ElementsAre(DEL(0, "/bridge/vvlan/secu_mode/"), DEL(0, "/bridge/vvlan/vid/100")));
+    EXPECT_THAT(bus().writes(), ElementsAre(del_write(0, "/bridge/vvlan/secu_mode/"),
+                                            del_write(0, "/bridge/vvlan/vid/100")));
 }
 
 TEST_F(VidTest, EntriesWithoutAnOuiAreSkippedSilently) {
@@ -230,8 +234,8 @@ TEST_F(VidTest, ThreadCreationFailure) {
     EXPECT_EQ(vid(TUKREDIS_CMD_SET), -11);
     EXPECT_EQ(g_vvlan_table.status, 1);
     EXPECT_EQ(g_vvlan_table.is_running, 0);
-    EXPECT_EQ(trace_lines().back(), INFO("get_vid_pmsg_f", "pthread_create failed"));
-    EXPECT_EQ(bus().writes().back(), SET(0, "/bridge/vvlan/vid/100", bytes({0, 0})));
+    EXPECT_EQ(trace_lines().back(), info_line("get_vid_pmsg_f", "pthread_create failed"));
+    EXPECT_EQ(bus().writes().back(), set_write(0, "/bridge/vvlan/vid/100", bytes({0, 0})));
     posix_faults::fail_pthread_create(0);
     EXPECT_EQ(vid(TUKREDIS_CMD_SET), 0);
     EXPECT_EQ(g_vvlan_table.is_running, 1);

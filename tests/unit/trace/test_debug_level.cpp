@@ -71,15 +71,15 @@ TEST_F(DbgTest, MarkerFifoCountsAndNeverBlocks) {
 
 TEST_F(DbgTest, NullRecord) {
     EXPECT_EQ(dov_vvlan_dbg_pmsg_f(nullptr), -4);
-    EXPECT_THAT(trace_lines(), ElementsAre(ERR("dov_vvlan_dbg_pmsg_f", "pmsg is null")));
+    EXPECT_THAT(trace_lines(), ElementsAre(err_line("dov_vvlan_dbg_pmsg_f", "pmsg is null")));
 }
 
 TEST_F(DbgTest, WrittenKeySetsTheLevelWithoutStartOrEndLines) {
     message m(0, "debugDovVVlan", TUKREDIS_CMD_SET, "3");
     EXPECT_EQ(dov_vvlan_dbg_pmsg_f(&m.pmsg), 0);
     EXPECT_EQ(dov_vvlan_dbg_level.load(), 3u);
-    EXPECT_THAT(trace_lines(),
-                ElementsAre(INFO("dov_vvlan_dbg_pmsg_f", "pmsg db=0 key=debugDovVVlan cmd=0")));
+    EXPECT_THAT(trace_lines(), ElementsAre(info_line("dov_vvlan_dbg_pmsg_f",
+                                                     "pmsg db=0 key=debugDovVVlan cmd=0")));
     EXPECT_THAT(bus().writes(), IsEmpty());
 }
 
@@ -115,7 +115,8 @@ TEST_F(DbgTest, NonNumericValueKeepsTheLevelAndReturnsTheReadersResult) {
     m.fail_read(-7);
     EXPECT_EQ(dov_vvlan_dbg_pmsg_f(&m.pmsg), -7);
     EXPECT_EQ(dov_vvlan_dbg_level.load(), 2u);
-    EXPECT_THAT(trace_lines(), ElementsAre(ERR("dov_vvlan_dbg_pmsg_f", "get mac_vlan failed")));
+    EXPECT_THAT(trace_lines(),
+                ElementsAre(err_line("dov_vvlan_dbg_pmsg_f", "get mac_vlan failed")));
 }
 
 TEST_F(DbgTest, NonNumericValueWithInfoOnlyPrintsNothing) {
@@ -123,8 +124,8 @@ TEST_F(DbgTest, NonNumericValueWithInfoOnlyPrintsNothing) {
     message m(0, "debugDovVVlan", TUKREDIS_CMD_SET, "abc");
     EXPECT_EQ(dov_vvlan_dbg_pmsg_f(&m.pmsg), -1);
     EXPECT_EQ(dov_vvlan_dbg_level.load(), 1u);
-    EXPECT_THAT(trace_lines(),
-                ElementsAre(INFO("dov_vvlan_dbg_pmsg_f", "pmsg db=0 key=debugDovVVlan cmd=0")));
+    EXPECT_THAT(trace_lines(), ElementsAre(info_line("dov_vvlan_dbg_pmsg_f",
+                                                     "pmsg db=0 key=debugDovVVlan cmd=0")));
 }
 
 // A deleted or expiring key leaves the level and prints nothing.

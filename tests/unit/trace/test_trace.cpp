@@ -37,10 +37,10 @@ TEST_P(TraceFilterTest, PrintsTheLevelsTheWordSelects) {
     traced_function(7);
     std::vector<expected_line> expected;
     if (GetParam().info) {
-        expected.push_back(INFO("traced_function", "info value=7"));
+        expected.push_back(info_line("traced_function", "info value=7"));
     }
     if (GetParam().error) {
-        expected.push_back(ERR("traced_function", "error text=bad"));
+        expected.push_back(err_line("traced_function", "error text=bad"));
     }
     EXPECT_EQ(trace_lines(), expected) << "level " << GetParam().level;
 }

@@ -10,12 +10,12 @@ namespace testsupport {
 // Redirects a file descriptor (stderr by default) into an unlinked temporary
 // file until stop() or destruction, so that a test can read what was written
 // there. A file rather than a pipe: a pipe would block the writer once full.
-class FdCapture {
+class fd_capture {
   public:
-    explicit FdCapture(int fd = STDERR_FILENO);
-    ~FdCapture();
-    FdCapture(const FdCapture &) = delete;
-    FdCapture &operator=(const FdCapture &) = delete;
+    explicit fd_capture(int fd = STDERR_FILENO);
+    ~fd_capture();
+    fd_capture(const fd_capture &) = delete;
+    fd_capture &operator=(const fd_capture &) = delete;
 
     // Everything written so far (stdio buffers are flushed first).
     std::string text() const;

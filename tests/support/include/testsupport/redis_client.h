@@ -11,29 +11,29 @@
 
 namespace testsupport {
 
-struct ReplyDeleter {
+struct reply_deleter {
     void operator()(redisReply *reply) const noexcept { freeReplyObject(reply); }
 };
-using Reply = std::unique_ptr<redisReply, ReplyDeleter>;
+using reply_ptr = std::unique_ptr<redisReply, reply_deleter>;
 
 // A blocking hiredis connection to a server's Unix socket, opened on first
-// use and reopened after a failure (so it survives RedisServer::restart()).
+// use and reopened after a failure (so it survives redis_server::restart()).
 // Every helper takes the database it works in and selects it as needed.
 // I/O failures throw std::runtime_error; so do error replies, except from
 // command(), which returns them. Not thread-safe: one client per thread.
-class RedisClient {
+class redis_client {
   public:
-    explicit RedisClient(std::string socket_path,
-                         std::chrono::milliseconds timeout = std::chrono::milliseconds(5000));
-    ~RedisClient();
-    RedisClient(const RedisClient &) = delete;
-    RedisClient &operator=(const RedisClient &) = delete;
+    explicit redis_client(std::string socket_path,
+                          std::chrono::milliseconds timeout = std::chrono::milliseconds(5000));
+    ~redis_client();
+    redis_client(const redis_client &) = delete;
+    redis_client &operator=(const redis_client &) = delete;
 
     // Any command, binary-safe arguments, in database db. Error replies are
     // returned as such.
-    Reply command(int db, const std::vector<std::string> &argv);
+    reply_ptr command(int db, const std::vector<std::string> &argv);
     // A server-wide command (CONFIG, INFO, CLIENT, FLUSHALL...).
-    Reply command(const std::vector<std::string> &argv);
+    reply_ptr command(const std::vector<std::string> &argv);
 
     // Binary-safe: value may hold NUL bytes.
     void set(int db, const std::string &key, const std::string &value);
@@ -63,8 +63,8 @@ class RedisClient {
 
   private:
     redisContext *connection();
-    Reply run(const std::vector<std::string> &argv);
-    Reply checked(int db, const std::vector<std::string> &argv);
+    reply_ptr run(const std::vector<std::string> &argv);
+    reply_ptr checked(int db, const std::vector<std::string> &argv);
     void select(int db);
 
     std::string socket_path_;

@@ -15,13 +15,13 @@ namespace testsupport {
 // server and removes the directory, and the server also dies with the thread
 // that started it (PR_SET_PDEATHSIG), so a failing or crashing test leaves
 // no server behind. Start it from the test's own thread.
-class RedisServer {
+class redis_server {
   public:
     // Makes the directory; the server is not started yet.
-    RedisServer();
-    ~RedisServer();
-    RedisServer(const RedisServer &) = delete;
-    RedisServer &operator=(const RedisServer &) = delete;
+    redis_server();
+    ~redis_server();
+    redis_server(const redis_server &) = delete;
+    redis_server &operator=(const redis_server &) = delete;
 
     // Starts the server and returns once it answers PING. Throws
     // std::runtime_error, with the end of the server's log, if it does not
