@@ -45,14 +45,7 @@ reply_ptr connection::run(const std::vector<std::string> &argv) {
     if (failed()) {
         return nullptr;
     }
-    std::vector<const char *> args;
-    std::vector<size_t> lens;
-    for (const std::string &a : argv) {
-        args.push_back(a.data());
-        lens.push_back(a.size());
-    }
-    reply_ptr r(static_cast<redisReply *>(
-        redisCommandArgv(ctx_, static_cast<int>(args.size()), args.data(), lens.data())));
+    reply_ptr r(conn_settings::command_argv(ctx_, argv));
     if (!r) {
         error_ = ctx_->err != 0 ? ctx_->errstr : "no reply";
         return nullptr;

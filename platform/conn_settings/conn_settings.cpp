@@ -207,20 +207,23 @@ std::string auth_refusal(std::string_view reply, const credentials &who,
     return {};
 }
 
-bool authenticate_blocking(redisContext *context, const credentials &who, std::string_view settings,
-                           std::string &why) {
-    if (who.password.empty()) {
-        return true;
-    }
-    const std::vector<std::string> argv = auth_command(who);
+redisReply *command_argv(redisContext *context, const std::vector<std::string> &argv) {
     std::vector<const char *> args;
     std::vector<size_t> lengths;
     for (const std::string &a : argv) {
         args.push_back(a.data());
         lengths.push_back(a.size());
     }
-    auto *reply = static_cast<redisReply *>(
+    return static_cast<redisReply *>(
         redisCommandArgv(context, static_cast<int>(args.size()), args.data(), lengths.data()));
+}
+
+bool authenticate_blocking(redisContext *context, const credentials &who, std::string_view settings,
+                           std::string &why) {
+    if (who.password.empty()) {
+        return true;
+    }
+    redisReply *reply = command_argv(context, auth_command(who));
     if (reply == nullptr) {
         why = context->err != 0 ? context->errstr : "no reply to AUTH";
         return false;

@@ -102,6 +102,10 @@ redisContext *connect_blocking(const server_address &address,
                                std::chrono::milliseconds connect_timeout,
                                std::chrono::milliseconds io_timeout, std::string &why);
 
+// One command on a blocking connection, binary-safe arguments: the reply,
+// or null when the connection failed (context->errstr says why).
+redisReply *command_argv(redisContext *context, const std::vector<std::string> &argv);
+
 // AUTH on a blocking connection, when who has a password. False with why
 // (from auth_refusal) when the server refuses it or the connection fails.
 bool authenticate_blocking(redisContext *context, const credentials &who, std::string_view settings,

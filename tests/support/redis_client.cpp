@@ -41,14 +41,7 @@ redisContext *redis_client::connection() {
 
 reply_ptr redis_client::run(const std::vector<std::string> &argv) {
     redisContext *context = connection();
-    std::vector<const char *> args;
-    std::vector<size_t> lengths;
-    for (const std::string &arg : argv) {
-        args.push_back(arg.data());
-        lengths.push_back(arg.size());
-    }
-    auto *reply = static_cast<redisReply *>(
-        redisCommandArgv(context, static_cast<int>(args.size()), args.data(), lengths.data()));
+    redisReply *reply = conn_settings::command_argv(context, argv);
     if (reply == nullptr) {
         // A context that failed is not reused; the next call reconnects.
         const std::string why = context->errstr;
