@@ -17,6 +17,14 @@
 #   kill_recheck stop's SIGKILL after its timeout goes to the daemon only,
 #                not to a pid that stopped being the daemon's (a python3
 #                process holding the pid file's lock plays that pid)
+#   user         DOV_VVLAN_USER=nobody (the steps above have root): the
+#                pid file and the health agent's marker given to that user
+#                first; a binary that user cannot execute is a failed
+#                start-up; then, the tree made traversable, the daemon runs
+#                with nobody's real and effective uid, holds its pid file,
+#                and status, restart and stop find it (needs root)
+#   no_user      a DOV_VVLAN_USER that does not exist: started as root, with
+#                one line that says so
 #
 #   init_script.sh <build dir> <daemon's file prefix (DOV_VVLAN_SYSROOT)> [step...]
 #
@@ -24,7 +32,7 @@
 . "$(dirname "$0")/lib.sh"
 build=$1 sysroot=$2
 shift 2
-all_steps=(basics upgrade stale_pid env_root kill_recheck)
+all_steps=(basics upgrade stale_pid env_root kill_recheck user no_user)
 steps=("${@:-${all_steps[@]}}")
 for s in "${steps[@]}"; do
     [[ " ${all_steps[*]} " == *" $s "* ]] || fail "no step '$s' (steps: ${all_steps[*]})"
@@ -84,8 +92,10 @@ one_of_ours() {
 }
 lives() { kill -0 "$1" 2>/dev/null && ! grep -q '^State:[[:space:]]*Z' "/proc/$1/status" 2>/dev/null; }
 pidfile_is() { [[ $(cat "$pidfile" 2>/dev/null) == "$1" ]]; }
+# write_defaults [user]: the daemon's user, root unless given.
 write_defaults() {
-    printf 'TUKREDIS_SOCKET=%s\nDOV_VVLAN_LOG=/var/log/dov_vvlan.log\n' "$REDIS_SOCK" >"$defaults"
+    printf 'TUKREDIS_SOCKET=%s\nDOV_VVLAN_LOG=/var/log/dov_vvlan.log\nDOV_VVLAN_USER=%s\n' \
+        "$REDIS_SOCK" "${1:-root}" >"$defaults"
 }
 # replace_binary: a new file over the installed daemon, as dpkg unpacks it
 # (a temporary name renamed into place): a running daemon's executable then
@@ -269,6 +279,110 @@ PY
     init status
     [[ $rc == 3 ]] || fail "kill_recheck: status after stop: $rc, not 3"
     kill -KILL "$imp"
+}
+
+# ids <pid>: the real and effective uid of that process.
+ids() {
+    local ids real effective
+    ids=$(grep '^Uid:' "/proc/$1/status") || return 1
+    read -r _ real effective _ <<<"$ids"
+    echo "$real $effective"
+}
+# owner_mode <file>: its owner's uid, group's gid and mode, as "uid:gid mode".
+owner_mode() { stat -c '%u:%g %a' "$1"; }
+# searchable <path>: every directory above it lets others through; those in
+# the scratch directory (mktemp's are 0700) are made so.
+searchable() {
+    local d=$1
+    while d=$(dirname "$d") && [[ $d != / ]]; do
+        [[ $(stat -c %A "$d") == *[xt] ]] && continue
+        [[ $d == "$SCRATCH" || $d == "$SCRATCH"/* ]] || return 1
+        chmod 0755 "$d"
+    done
+}
+
+step_user() {
+    local uid gid d second lib log=$root/var/log/dov_vvlan.log
+    local marker=$sysroot/data/dov_vvlan_ham.txt
+    if [[ $EUID != 0 ]] || ! uid=$(id -u nobody 2>/dev/null); then
+        echo "user: skipped (not root, or no user nobody)"
+        return 0
+    fi
+    gid=$(id -g nobody)
+    write_defaults nobody
+    # A pid file root left, and a health agent's marker of root's.
+    : >"$pidfile"
+    chown 0:0 "$pidfile"
+    mkdir -p "$sysroot/data"
+    : >"$marker"
+    chown 0:0 "$marker"
+    chmod 0644 "$marker"
+
+    # Still in the 0700 scratch directory: nobody cannot execute the binary.
+    chmod 0700 "$SCRATCH"
+    init start
+    [[ $rc == 1 && $out == *"start-up failed, exit status 1 "* ]] ||
+        fail "user: a binary nobody cannot execute was not a failed start-up"
+    grep "can't execute '$daemon': Permission denied" "$log" >/dev/null ||
+        fail "user: the log does not say why: $(tail -n 1 "$log")"
+    none_of_ours || fail "user: a failed start-up left a daemon"
+    [[ $(owner_mode "$pidfile") == "$uid:$gid 644" ]] ||
+        fail "user: the pid file is $(owner_mode "$pidfile"), not $uid:$gid 644"
+    [[ $(owner_mode "$marker") == "0:$gid 660" ]] ||
+        fail "user: the health agent's marker is $(owner_mode "$marker"), not 0:$gid 660"
+
+    # The binary, its libraries, the pid file and the server's socket, all
+    # reachable by nobody.
+    rm -f "$pidfile"
+    for lib in "$daemon" $(ldd "$daemon" | sed -n 's/.*=> \(\/[^ ]*\) .*/\1/p') \
+        "$pidfile" "$REDIS_SOCK"; do
+        searchable "$lib" || {
+            echo "user: skipped (a directory above $lib does not let others through)"
+            return 0
+        }
+    done
+    init start
+    [[ $rc == 0 && $out == *started* && $out != *"no user"* ]] || fail "user: start"
+    d=$(one_of_ours "user: start")
+    [[ $(ids "$d") == "$uid $uid" ]] || fail "user: the daemon's real and effective uid are $(ids "$d"), not $uid"
+    pidfile_is "$d" || fail "user: the pid file holds '$(cat "$pidfile")', not $d"
+    [[ $(owner_mode "$pidfile") == "$uid:$gid 644" ]] ||
+        fail "user: the pid file is $(owner_mode "$pidfile"), not $uid:$gid 644"
+    expect_serving "daemon started as nobody"
+    init status
+    [[ $rc == 0 && $out == *"running (pid $d)"* ]] || fail "user: status"
+    init start
+    [[ $rc == 0 && $out == *"already running (pid $d)"* && $(ours) == "$d" ]] || fail "user: second start"
+    init restart
+    second=$(one_of_ours "user: restart")
+    [[ $rc == 0 && $second != "$d" ]] || fail "user: restart: '$d' -> '$second'"
+    [[ $(ids "$second") == "$uid $uid" ]] || fail "user: restarted as $(ids "$second"), not $uid"
+    pidfile_is "$second" || fail "user: restart: the pid file holds '$(cat "$pidfile")', not $second"
+    init stop
+    [[ $rc == 0 && $out == *stopped* ]] || fail "user: stop"
+    poll 10 none_of_ours || fail "user: stop: the daemon still runs"
+    init status
+    [[ $rc == 3 ]] || fail "user: status after stop: $rc, not 3"
+    rm -f "$marker"
+    chown 0:0 "$pidfile"
+    write_defaults
+}
+
+step_no_user() {
+    local d
+    write_defaults no_such_user_here
+    init start
+    [[ $rc == 0 && $out == *started* ]] || fail "no_user: start"
+    [[ $(grep -c 'no_such_user_here' <<<"$out") == 1 &&
+        $out == *"dov_vvlan: no user no_such_user_here, starting as root ("*adduser*")"* ]] ||
+        fail "no_user: not one line saying it starts as root"
+    d=$(one_of_ours "no_user: start")
+    [[ $(ids "$d") == "0 0" ]] || fail "no_user: the daemon's real and effective uid are $(ids "$d"), not 0"
+    pidfile_is "$d" || fail "no_user: the pid file holds '$(cat "$pidfile")', not $d"
+    init stop
+    [[ $rc == 0 ]] || fail "no_user: stop"
+    poll 10 none_of_ours || fail "no_user: stop: the daemon still runs"
+    write_defaults
 }
 
 start_redis "$SCRATCH/redis"
