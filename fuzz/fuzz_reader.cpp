@@ -42,18 +42,25 @@ std::string describe(const redisReply *r) {
         if (strings && std::string_view(r->element[0]->str, r->element[0]->len) == "pmessage") {
             std::string out = "pmessage";
             for (size_t i = 1; i < 4; ++i) {
-                out += "|" + std::string(r->element[i]->str, r->element[i]->len);
+                out += '|';
+                out.append(r->element[i]->str, r->element[i]->len);
             }
             return out;
         }
     }
-    std::string out = "type " + std::to_string(r->type);
+    // Appended piece by piece: GCC 12 at -O3 takes "literal" + std::string
+    // for an overlapping copy (-Wrestrict, a known false positive).
+    std::string out = "type ";
+    out += std::to_string(r->type);
     if (r->type == REDIS_REPLY_ARRAY) {
-        out += " of " + std::to_string(r->elements);
+        out += " of ";
+        out += std::to_string(r->elements);
     } else if (r->str != nullptr) {
-        out += " " + std::string(r->str, r->len);
+        out += ' ';
+        out.append(r->str, r->len);
     } else {
-        out += " " + std::to_string(r->integer);
+        out += ' ';
+        out += std::to_string(r->integer);
     }
     return out;
 }
