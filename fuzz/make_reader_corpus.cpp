@@ -41,6 +41,7 @@ int main(int argc, char **argv) {
         "*4\r\n" + bulk("pmessage") + bulk("p") + "$4294967324\r\n" + std::string(28, 'c') +
             "\r\n" + bulk("set"),
         "*4\r\n" + bulk("pmessage") + bulk("p") + "$3\r\nchannel\r\n" + bulk("set"),
+        "*4\r\n" + bulk("pmessage") + "$01\r\np\r\n" + bulk("c") + bulk("set"),
         "*4\r\n" + bulk("pmessage") + bulk("p") + "$-1\r\n" + bulk("set") + learning,
         pmessage("p", "c", "expired") + ":12\r\n+OK\r\n" + pmessage("p", "c", "del"),
     };

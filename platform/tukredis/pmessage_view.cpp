@@ -53,6 +53,12 @@ in_place bulk(std::string_view bytes, size_t *at, std::string_view *out) noexcep
     if (p == digits_start) {
         return in_place::OTHER; // "$-1" and the like
     }
+    // hiredis takes a length only in its canonical form ("0", or no leading
+    // zero) and reports "$01" as a protocol error at once: so must we, by
+    // leaving it to hiredis, instead of waiting for a byte that is not due.
+    if (bytes[digits_start] == '0' && p - digits_start > 1) {
+        return in_place::OTHER;
+    }
     if (bytes.size() - p < END.size()) {
         return in_place::PARTIAL;
     }

@@ -168,6 +168,17 @@ TEST(pmessage_view, ALengthThatWouldWrapIsNeverAFrame) {
     }
 }
 
+// hiredis refuses a length with a leading zero as soon as it has read it; a
+// frame the in-place reader took for a partial one would hang instead. (The
+// reader fuzzer found it.)
+TEST(pmessage_view, ALengthWithALeadingZeroIsLeftToHiredis) {
+    reader_drain d;
+    d.feed("*4\r\n" + bulk("pmessage") + "$01\r\n");
+    pmessage_view view;
+    EXPECT_EQ(next_pmessage(d.reader(), view), in_place::OTHER);
+    EXPECT_FALSE(d.drain()) << "hiredis: bad bulk string length";
+}
+
 TEST(pmessage_view, AFrameHalfReadByHiredisIsFinishedByHiredis) {
     reader_drain d;
     const std::string pong = PONG;
