@@ -105,6 +105,24 @@ void drain_hiredis(redisReader *reader, std::vector<std::string> &seen) {
     }
 }
 
+// hiredis allocates a declared array (or map, set, push) whole before its
+// elements arrive: "*999999999" makes it ask for gigabytes. That is hiredis's
+// allocator at work, not either reader, so declared counts stay below 10,000.
+bool declares_a_huge_aggregate(std::string_view stream) {
+    for (std::size_t at = stream.find_first_of("*%~>"); at != std::string_view::npos;
+         at = stream.find_first_of("*%~>", at + 1)) {
+        std::size_t digits = 0;
+        while (at + 1 + digits < stream.size() && stream[at + 1 + digits] >= '0' &&
+               stream[at + 1 + digits] <= '9') {
+            ++digits;
+        }
+        if (digits > 4) {
+            return true;
+        }
+    }
+    return false;
+}
+
 bool failed(const std::vector<std::string> &seen) {
     return !seen.empty() && seen.back() == "error";
 }
@@ -117,6 +135,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     }
     const size_t piece = static_cast<size_t>(data[0]) + 1;
     const std::string_view stream(reinterpret_cast<const char *>(data) + 1, size - 1);
+    if (declares_a_huge_aggregate(stream)) {
+        return 0;
+    }
     reader_ptr in_place_reader(redisReaderCreate());
     reader_ptr plain_reader(redisReaderCreate());
     if (!in_place_reader || !plain_reader) {
