@@ -37,8 +37,11 @@ check_prefix() {
     DESTDIR=$root cmake --install "$build" >"$SCRATCH/install.log" 2>&1 ||
         fail "cmake --install with prefix $prefix: $(cat "$SCRATCH/install.log")"
 
+    # GNUInstallDirs gives Debian's multiarch library directory for /usr.
+    local libdir
+    libdir=$(sed -n 's/^CMAKE_INSTALL_LIBDIR:PATH=//p' "$build/CMakeCache.txt")
     local f
-    for f in "$prefix/sbin/dov_vvlan" "$prefix/bin/vvlanctl" "$prefix/lib/libtukredis.so" \
+    for f in "$prefix/sbin/dov_vvlan" "$prefix/bin/vvlanctl" "$prefix/$libdir/libtukredis.so" \
         "$prefix/lib/systemd/system/dov_vvlan.service" \
         "$sysconf/init.d/dov_vvlan" "$sysconf/default/dov_vvlan" \
         "$prefix/share/man/man8/dov_vvlan.8" "$prefix/share/man/man1/vvlanctl.1"; do
@@ -63,7 +66,14 @@ $(cd "$root" && find . -type f | sort)"
         [[ $f == /* ]] || fail "prefix $prefix: a start script names '$f', not an absolute path"
         [[ -e $root$f ]] || fail "prefix $prefix: a start script names $f, which is not installed"
     done
-    echo "prefix $prefix: scripts in $sysconf; the unit and the init script name ${named[*]}"
+    # The installed daemon finds its libraries from where it is.
+    local found
+    found=$(ldd "$root$prefix/sbin/dov_vvlan" | sed -n 's/.*libtukredis.so => \(.*\) (0x.*/\1/p')
+    [[ -n $found && $(realpath "$found") == $(realpath "$root$prefix/$libdir/libtukredis.so") ]] ||
+        fail "prefix $prefix: the installed daemon does not find $prefix/$libdir/libtukredis.so:
+$(ldd "$root$prefix/sbin/dov_vvlan")"
+    echo "prefix $prefix: libraries in $libdir, scripts in $sysconf; the unit and the init script" \
+        "name ${named[*]}"
 }
 
 check_prefix /usr /etc
