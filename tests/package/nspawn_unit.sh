@@ -105,9 +105,13 @@ poll 60 active || fail "dov_vvlan.service is not active after boot:
 $(inside systemctl status --no-pager dov_vvlan.service 2>&1)"
 stamp "booted, dov_vvlan.service active"
 
-# Its user, no capabilities, the lock of its pid file.
+# Its user, no capabilities, the lock of its pid file. A simple service is
+# active as soon as systemd has forked it: until the child has dropped to
+# the user and run the daemon, it is still root. Wait for the daemon itself.
 pid=$(unit_prop MainPID)
 uid=$(inside id -u dov_vvlan)
+running_daemon() { [[ $(inside readlink "/proc/$pid/exe") == */sbin/dov_vvlan ]]; }
+poll 10 running_daemon || fail "MainPID $pid never became the daemon"
 status=$(inside cat "/proc/$pid/status")
 grep -qE "^Uid:\s+$uid\s+$uid\s+$uid\s+$uid\$" <<<"$status" ||
     fail "the daemon does not run as dov_vvlan ($uid): $(grep ^Uid <<<"$status")"
