@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "bus_bench.h"
+#include "conn_settings.h"
 
 namespace busbench {
 namespace {
@@ -28,17 +29,6 @@ std::string published_name(const std::string &key) {
         return "/bridge/vvlan/mvlan_oui_msg/" + key.substr(table.size());
     }
     return key;
-}
-
-redisReply *command(redisContext *context, const std::vector<std::string> &argv) {
-    std::vector<const char *> args;
-    std::vector<size_t> lengths;
-    for (const std::string &arg : argv) {
-        args.push_back(arg.data());
-        lengths.push_back(arg.size());
-    }
-    return static_cast<redisReply *>(
-        redisCommandArgv(context, static_cast<int>(args.size()), args.data(), lengths.data()));
 }
 
 void append(redisContext *context, const std::vector<std::string> &argv) {
@@ -64,15 +54,17 @@ class bare_client {
     bare_client(redisContext *context, bool pipelined, int scan_count)
         : context_(context), pipelined_(pipelined), count_(std::to_string(scan_count)) {}
 
-    void select(int db) { freeReplyObject(command(context_, {"SELECT", std::to_string(db)})); }
+    void select(int db) {
+        freeReplyObject(conn_settings::command_argv(context_, {"SELECT", std::to_string(db)}));
+    }
 
     // Calls per_batch with each SCAN batch's keys.
     template <typename PerBatch>
     void walk(const std::string &pattern, PerBatch &&per_batch) {
         std::string cursor = "0";
         do {
-            redisReply *reply =
-                command(context_, {"SCAN", cursor, "MATCH", pattern, "COUNT", count_});
+            redisReply *reply = conn_settings::command_argv(
+                context_, {"SCAN", cursor, "MATCH", pattern, "COUNT", count_});
             cursor.assign(reply->element[0]->str, reply->element[0]->len);
             std::vector<std::string> keys;
             for (size_t i = 0; i < reply->element[1]->elements; ++i) {
