@@ -29,8 +29,11 @@ packages=(
     libhiredis-dev redis-server
     googletest libgtest-dev libgmock-dev libbenchmark-dev
     clang-format valgrind
-    # the documentation check (tests/docs)
-    python3
+    # the documentation check (tests/docs); vvlanctl's JSON against its
+    # schema, its metrics against promtool, its completion and vendor names
+    python3 python3-jsonschema prometheus bash-completion ieee-data
+    # TLS: hiredis_ssl of the hiredis 1.x trees, and the test certificates
+    libssl-dev openssl
     # the bus benchmark's plot (bench/bus)
     gnuplot-nox
     # the handler fuzzer (tools/fuzz): clang with its libFuzzer runtime
