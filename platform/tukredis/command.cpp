@@ -72,6 +72,7 @@ void command_link::drop() {
     context_.reset();
     selected_db_ = 0;
     pending_ = 0;
+    unsent_ = 0;
 }
 
 size_t command_link::pending() const {
@@ -83,6 +84,7 @@ bool command_link::connect_locked(const server_address &address, std::string &wh
     context_.reset();
     selected_db_ = 0; // a new connection starts in database 0
     pending_ = 0;
+    unsent_ = 0;
     context_ptr context = open_bus_connection(address, DEFAULT_COMMAND_TIMEOUT, why);
     if (!context) {
         return false;
@@ -128,6 +130,7 @@ void command_link::lose_locked(const std::string &why) {
     context_.reset();
     selected_db_ = 0;
     pending_ = 0;
+    unsent_ = 0;
 }
 
 // A database beyond the server's count is refused before anything is sent;
@@ -157,7 +160,7 @@ bool command_link::collect_locked(const io_deadline &deadline, std::string &why)
 }
 
 bool command_link::settle_locked(std::string &why) {
-    if (!context_ || (pending_ == 0 && sdslen(context_->obuf) == 0)) {
+    if (!context_ || (pending_ == 0 && unsent_ == 0)) {
         return true;
     }
     const io_deadline deadline(DEFAULT_COMMAND_TIMEOUT);
@@ -165,6 +168,7 @@ bool command_link::settle_locked(std::string &why) {
         lose_locked(why);
         return false;
     }
+    unsent_ = 0;
     count(stats().exchanges);
     return collect_locked(deadline, why);
 }
@@ -185,18 +189,21 @@ bool command_link::send(int32_t db, std::string_view command, std::string &why) 
         const std::string select = format_command({"SELECT", number});
         redisAppendFormattedCommand(context, select.data(), select.size());
         ++pending_;
+        unsent_ += select.size();
         selected_db_ = db;
     }
     redisAppendFormattedCommand(context, command.data(), command.size());
     ++pending_;
+    unsent_ += command.size();
     count(stats().deferred);
-    if (sdslen(context->obuf) >= FLUSH_BYTES) {
+    if (unsent_ >= FLUSH_BYTES) {
         // Sent now; the replies are read when they are many or at settle().
         const io_deadline deadline(DEFAULT_COMMAND_TIMEOUT);
         if (!flush_output(context, deadline, why)) {
             lose_locked(why);
             return false;
         }
+        unsent_ = 0;
     }
     if (pending_ >= MOST_PENDING) {
         return settle_locked(why);
@@ -230,6 +237,7 @@ bool command_link::run(int32_t db, const std::vector<std::string> &commands,
         lose_locked(why);
         return false;
     }
+    unsent_ = 0;
     count(stats().exchanges);
     // The deferred writes sent before these commands answer first.
     if (!collect_locked(deadline, why)) {

@@ -93,6 +93,8 @@ class command_link {
     int32_t selected_db_ = 0;
     int32_t databases_ = -1; // the server's database count, -1 when unknown
     size_t pending_ = 0;     // replies owed to deferred writes (SELECTs included)
+    size_t unsent_ = 0;      // bytes appended since the last flush (hiredis's
+                             // output buffer is not its API)
 };
 
 // Never destroyed: the daemon's aging thread may still write while the

@@ -4,6 +4,8 @@
 #include <cstring>
 #include <poll.h>
 
+#include "hiredis_reader.h"
+
 namespace tukredis {
 namespace {
 
@@ -28,38 +30,6 @@ frame_buf::part_buf *part_of(frame_buf *frame, const redisReadTask *task) {
     return &frame->parts[task->idx];
 }
 
-void *create_string(const redisReadTask *task, char *bytes, size_t length) {
-    frame_buf *frame = frame_of(task);
-    frame_buf::part_buf *part = part_of(frame, task);
-    if (task->parent == nullptr) {
-        frame->clear();
-        frame->type = task->type;
-        part = &frame->parts[0];
-    }
-    if (part != nullptr) {
-        part->type = task->type;
-        part->length = length;
-        std::memcpy(part->bytes, bytes,
-                    length < frame_buf::PART_BYTES ? length : frame_buf::PART_BYTES);
-    }
-    return frame;
-}
-
-void *create_array(const redisReadTask *task, int elements) {
-    frame_buf *frame = frame_of(task);
-    if (task->parent == nullptr) {
-        frame->clear();
-        frame->type = REDIS_REPLY_ARRAY;
-        frame->elements = elements;
-    } else if (frame_buf::part_buf *part = part_of(frame, task)) {
-        part->type = REDIS_REPLY_ARRAY;
-        frame->nested = true;
-    } else {
-        frame->nested = true;
-    }
-    return frame;
-}
-
 void *create_scalar(const redisReadTask *task, int type) {
     frame_buf *frame = frame_of(task);
     if (task->parent == nullptr) {
@@ -71,19 +41,60 @@ void *create_scalar(const redisReadTask *task, int type) {
     return frame;
 }
 
-void *create_integer(const redisReadTask *task, long long) {
-    return create_scalar(task, REDIS_REPLY_INTEGER);
-}
+// The reader's callbacks, in the shape hiredis_reader.h turns into the
+// table of the hiredis at hand.
+struct frame_builder {
+    static void *string(const redisReadTask *task, char *bytes, size_t length) {
+        frame_buf *frame = frame_of(task);
+        frame_buf::part_buf *part = part_of(frame, task);
+        if (task->parent == nullptr) {
+            frame->clear();
+            frame->type = task->type;
+            part = &frame->parts[0];
+        }
+        if (part != nullptr) {
+            part->type = task->type;
+            part->length = length;
+            std::memcpy(part->bytes, bytes,
+                        length < frame_buf::PART_BYTES ? length : frame_buf::PART_BYTES);
+        }
+        return frame;
+    }
 
-void *create_nil(const redisReadTask *task) {
-    return create_scalar(task, REDIS_REPLY_NIL);
-}
+    static void *array(const redisReadTask *task, hiredis::array_count elements) {
+        frame_buf *frame = frame_of(task);
+        if (task->parent == nullptr) {
+            frame->clear();
+            frame->type = REDIS_REPLY_ARRAY;
+            frame->elements = elements > static_cast<hiredis::array_count>(frame_buf::MOST_ELEMENTS)
+                                  ? frame_buf::MOST_ELEMENTS
+                                  : static_cast<long>(elements);
+        } else if (frame_buf::part_buf *part = part_of(frame, task)) {
+            part->type = REDIS_REPLY_ARRAY;
+            frame->nested = true;
+        } else {
+            frame->nested = true;
+        }
+        return frame;
+    }
 
-// The frame belongs to the session; the reader frees nothing.
-void free_nothing(void *) {}
+    static void *integer(const redisReadTask *task, long long) {
+        return create_scalar(task, REDIS_REPLY_INTEGER);
+    }
 
-redisReplyObjectFunctions frame_functions = {create_string, create_array, create_integer,
-                                             create_nil, free_nothing};
+    // RESP3 only: a RESP2 connection never sees them.
+    static void *real(const redisReadTask *task, double, char *, size_t) {
+        return create_scalar(task, task->type);
+    }
+    static void *boolean(const redisReadTask *task, int) { return create_scalar(task, task->type); }
+
+    static void *nil(const redisReadTask *task) { return create_scalar(task, REDIS_REPLY_NIL); }
+
+    // The frame belongs to the session; the reader frees nothing.
+    static void release(void *) {}
+};
+
+redisReplyObjectFunctions frame_functions = hiredis::reply_functions<frame_builder>();
 
 } // namespace
 

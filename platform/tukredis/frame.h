@@ -21,6 +21,9 @@ namespace tukredis {
 struct frame_buf {
     static constexpr size_t PARTS = 4;
     static constexpr size_t PART_BYTES = 320;
+    // A larger array count is kept as this: it is only compared with small
+    // ones, and must not wrap in a 32-bit long.
+    static constexpr long MOST_ELEMENTS = 1L << 30;
 
     struct part_buf {
         int type = 0; // REDIS_REPLY_*; 0 when absent

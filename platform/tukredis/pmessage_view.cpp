@@ -1,15 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// hiredis 0.14 declares its string functions without C linkage, and
-// hiredis.h includes them outside its own extern "C": they are declared here
-// first, so that the header's guard keeps them C.
-extern "C" {
-#include <hiredis/sds.h>
-}
-
 #include "pmessage_view.h"
 
 #include <cstddef>
-#include <hiredis/read.h>
+
+#include "hiredis_reader.h"
 
 namespace tukredis {
 namespace {
@@ -18,9 +12,6 @@ constexpr std::string_view HEADER = "*4\r\n$8\r\npmessage\r\n";
 constexpr std::string_view END = "\r\n";
 // Longer than any key the server accepts (512 MB) is not a length.
 constexpr size_t LONGEST_BULK = 512UL * 1024 * 1024;
-// hiredis drops consumed bytes once this many have gathered; the same here,
-// so that the buffer does not grow with the backlog.
-constexpr size_t COMPACT_AT = 1024;
 
 // "$<length>\r\n<bytes>\r\n" at *at in bytes.
 in_place bulk(std::string_view bytes, size_t *at, std::string_view *out) noexcept {
@@ -77,25 +68,14 @@ in_place bulk(std::string_view bytes, size_t *at, std::string_view *out) noexcep
     return in_place::MESSAGE;
 }
 
-// Drops the bytes already delivered. Only before the next frame is read:
-// the views of the last one point into the bytes that move.
-void compact(redisReader *reader) noexcept {
-    if (reader->pos >= COMPACT_AT) {
-        // pos is below 1 KiB plus one frame, and a frame is below 2 GiB.
-        sdsrange(reader->buf, static_cast<int>(reader->pos), -1);
-        reader->pos = 0;
-        reader->len = sdslen(reader->buf);
-    }
-}
-
 } // namespace
 
 in_place next_pmessage(redisReader *reader, pmessage_view &view) noexcept {
-    if (reader->err != 0 || reader->ridx != -1) {
+    if (!hiredis::between_replies(reader)) {
         return in_place::OTHER;
     }
-    compact(reader);
-    const std::string_view bytes(reader->buf + reader->pos, reader->len - reader->pos);
+    hiredis::compact(reader);
+    const std::string_view bytes = hiredis::unread(reader);
     if (bytes.size() < HEADER.size()) {
         return HEADER.starts_with(bytes) ? in_place::PARTIAL : in_place::OTHER;
     }
@@ -109,7 +89,7 @@ in_place next_pmessage(redisReader *reader, pmessage_view &view) noexcept {
             return got;
         }
     }
-    reader->pos += at;
+    hiredis::consume(reader, at);
     return in_place::MESSAGE;
 }
 
