@@ -4,7 +4,7 @@
 #include <cstring>
 
 const char *const TOOL_HELP =
-    R"(usage: vvlanctl [-s PATH | -h HOST [-p PORT] | -u URL] [--user NAME] COMMAND [ARGUMENTS]
+    R"(usage: vvlanctl [-s PATH | -h HOST [-p PORT] [--tls ...] | -u URL] [--user NAME] COMMAND [ARGUMENTS]
        vvlanctl --help | --version | COMMAND --help
 
 See, check and drive the voice VLAN of dov_vvlan through the switch's
@@ -14,11 +14,20 @@ database 0 the applied copies, the learned addresses and the messages.
 Connection (first that applies):
   -s, --socket PATH   Unix socket of the redis-server
   -h, --host HOST     TCP host      -p, --port PORT   TCP port
-  -u, --url URL       redis://[USER[:PASSWORD]@]HOST[:PORT] or
-                      unix://[USER[:PASSWORD]@]/PATH
+  -u, --url URL       redis://[USER[:PASSWORD]@]HOST[:PORT] (rediss:// for
+                      TLS) or unix://[USER[:PASSWORD]@]/PATH
   TUKREDIS_SOCKET, then TUKREDIS_HOST and TUKREDIS_PORT, as the bus library
   reads them; else 127.0.0.1:6379. Ports are converted between phyid and
   ifx by the device manager (LIBSDM_PORT_MAP on a PC).
+
+TLS (TCP only; the server's certificate and name are always verified):
+  --tls               connect with TLS (or TUKREDIS_TLS=1)
+  --cacert FILE       CAs that vouch for the server   --cacertdir DIR
+  --cert FILE --key FILE   a client certificate, for tls-auth-clients
+  --sni NAME          the server's name, when it is not the host
+  --insecure          do not verify the server's certificate (by hand only)
+  TUKREDIS_TLS_CACERT, _CACERTDIR, _CERT, _KEY and _SNI as the bus library
+  reads them; the command line wins.
 
 Authentication (AUTH before anything else; last that applies):
   TUKREDIS_USER, and TUKREDIS_PASSWORD_FILE (readable by its owner alone) or

@@ -81,6 +81,7 @@ int main(int argc, char **argv) {
     std::string user_opt;
     std::string pass_opt;
     std::string url_opt;
+    conn_settings::address_options tls_opt; // --tls and its files
     int i = 1;
     for (; i < argc && argv[i][0] == '-'; ++i) {
         const std::string arg = argv[i];
@@ -100,7 +101,18 @@ int main(int argc, char **argv) {
             option_value(argc, argv, &i, "-p", "--port", &port_opt, &why) ||
             option_value(argc, argv, &i, "-u", "--url", &url_opt, &why) ||
             option_value(argc, argv, &i, "--user", "--user", &user_opt, &why) ||
-            option_value(argc, argv, &i, "-a", "--pass", &pass_opt, &why)) {
+            option_value(argc, argv, &i, "-a", "--pass", &pass_opt, &why) ||
+            option_value(argc, argv, &i, "--cacert", "--cacert", &tls_opt.tls_files.ca_file,
+                         &why) ||
+            option_value(argc, argv, &i, "--cacertdir", "--cacertdir", &tls_opt.tls_files.ca_dir,
+                         &why) ||
+            option_value(argc, argv, &i, "--cert", "--cert", &tls_opt.tls_files.cert_file, &why) ||
+            option_value(argc, argv, &i, "--key", "--key", &tls_opt.tls_files.key_file, &why) ||
+            option_value(argc, argv, &i, "--sni", "--sni", &tls_opt.tls_files.server_name, &why)) {
+            continue;
+        }
+        if (arg == "--tls" || arg == "--insecure") {
+            (arg == "--tls" ? tls_opt.tls : tls_opt.insecure) = true;
             continue;
         }
         return usage(why.empty() ? "unknown option \"" + arg + "\"" : why);
@@ -148,9 +160,17 @@ int main(int argc, char **argv) {
         }
     }
     std::string why;
-    const conn_settings::address_options where =
-        url_opt.empty() ? conn_settings::address_options{socket_opt, host_opt, port_opt}
-                        : url.where;
+    conn_settings::address_options where = tls_opt;
+    if (url_opt.empty()) {
+        where.socket_path = socket_opt;
+        where.host = host_opt;
+        where.port = port_opt;
+    } else {
+        where.socket_path = url.where.socket_path;
+        where.host = url.where.host;
+        where.port = url.where.port;
+        where.tls = where.tls || url.where.tls;
+    }
     if (!conn_settings::resolve(where, t.address, why)) {
         return fail(t, EXIT_USAGE, why);
     }

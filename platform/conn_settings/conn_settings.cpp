@@ -37,7 +37,13 @@ std::string server_address::describe() const {
         return socket_path;
     }
     const bool ipv6 = host.find(':') != std::string::npos;
-    return (ipv6 ? "[" + host + "]" : host) + ":" + std::to_string(port);
+    std::string text = ipv6 ? "[" + host + "]" : host;
+    text += ':';
+    text += std::to_string(port);
+    if (tls.enabled) {
+        text += " with TLS";
+    }
+    return text;
 }
 
 bool parse_port(std::string_view text, int &port) {
@@ -58,8 +64,35 @@ bool parse_port(std::string_view text, int &port) {
     return true;
 }
 
+namespace {
+
+// The environment's TLS settings under what the command line gave.
+bool resolve_tls(const address_options &given, tls_settings &tls, std::string &why) {
+    if (!tls_from_environment(tls, why)) {
+        return false;
+    }
+    const tls_settings &files = given.tls_files;
+    tls.enabled = tls.enabled || given.tls;
+    for (auto [from, to] : {std::pair{&files.ca_file, &tls.ca_file},
+                            {&files.ca_dir, &tls.ca_dir},
+                            {&files.cert_file, &tls.cert_file},
+                            {&files.key_file, &tls.key_file},
+                            {&files.server_name, &tls.server_name}}) {
+        if (!from->empty()) {
+            *to = *from;
+        }
+    }
+    tls.verify = !given.insecure;
+    return tls_usable(tls, why);
+}
+
+} // namespace
+
 bool resolve(const address_options &given, server_address &out, std::string &why) {
     server_address a;
+    if (!resolve_tls(given, a.tls, why)) {
+        return false;
+    }
     const char *env_socket = env_or_null("TUKREDIS_SOCKET");
     if (!given.socket_path.empty()) {
         a.socket_path = given.socket_path;
@@ -70,6 +103,11 @@ bool resolve(const address_options &given, server_address &out, std::string &why
         if (!socket_path_fits(a.socket_path)) {
             why = (given.socket_path.empty() ? "TUKREDIS_SOCKET" : "the socket path") +
                   std::string(" is longer than a socket path may be");
+            return false;
+        }
+        if (a.tls.enabled) {
+            why = "TLS is asked for, but the server is the Unix socket " + a.socket_path +
+                  ": TLS is for a TCP host and port";
             return false;
         }
         out = a;
@@ -107,6 +145,10 @@ redisContext *connect_blocking(const server_address &address,
     }
     if (context->err != 0 || redisSetTimeout(context, to_timeval(io_timeout)) != REDIS_OK) {
         why = context->errstr;
+        redisFree(context);
+        return nullptr;
+    }
+    if (address.tls.enabled && !start_tls(context, address.tls, address.host, io_timeout, why)) {
         redisFree(context);
         return nullptr;
     }
@@ -247,11 +289,15 @@ bool parse_url(std::string_view url, url_parts &out, std::string &why) {
     bool unix_socket = false;
     if (url.starts_with("redis://")) {
         rest = url.substr(8);
+    } else if (url.starts_with("rediss://")) {
+        rest = url.substr(9);
+        parts.where.tls = true;
     } else if (url.starts_with("unix://")) {
         rest = url.substr(7);
         unix_socket = true;
     } else {
-        why = "URL \"" + std::string(url) + "\" is neither redis://... nor unix://...";
+        why =
+            "URL \"" + std::string(url) + "\" is neither redis://..., rediss://... nor unix://...";
         return false;
     }
     // The user part ends at the last '@': a password may hold one.

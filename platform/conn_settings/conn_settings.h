@@ -13,13 +13,14 @@
 //                           when its group or others may read it
 //   TUKREDIS_PASSWORD       the password itself, when there is no file
 //
-// An empty variable counts as unset. Without a password nothing is sent:
-// a server without authentication needs none. The password never comes
-// from the daemon's command line (it has none; a command line is visible
-// to every user in /proc).
+// and the TUKREDIS_TLS* variables of tls.h. An empty variable counts as unset. Without a password
+// nothing is sent: a server without authentication needs none. The password never comes from the
+// daemon's command line (it has none; a command line is visible to every user in /proc).
 #pragma once
 
 #include <hiredis/hiredis.h>
+
+#include "tls.h"
 
 #include <chrono>
 #include <string>
@@ -35,9 +36,17 @@ struct server_address {
     std::string socket_path; // wins when not empty
     std::string host;
     int port = 0;
+    tls_settings tls; // TCP only
 
-    // The socket path, or host:port with an IPv6 host in brackets.
+    // The socket path, or host:port with an IPv6 host in brackets (and
+    // " with TLS").
     std::string describe() const;
+
+    static server_address unix_socket(std::string path) {
+        server_address a;
+        a.socket_path = std::move(path);
+        return a;
+    }
 };
 
 // What a program's own command line said; an empty field was not given.
@@ -45,6 +54,17 @@ struct address_options {
     std::string socket_path;
     std::string host;
     std::string port;
+    bool tls = false;       // asked for TLS (--tls, rediss://)
+    tls_settings tls_files; // its non-empty fields win over the environment's
+    bool insecure = false;  // no verification of the server's certificate
+
+    static address_options where(std::string socket_path, std::string host, std::string port) {
+        address_options o;
+        o.socket_path = std::move(socket_path);
+        o.host = std::move(host);
+        o.port = std::move(port);
+        return o;
+    }
 };
 
 // The address from the options, then the environment, then the defaults.
@@ -86,7 +106,8 @@ std::vector<std::string> auth_command(const credentials &who);
 std::string auth_refusal(std::string_view reply, const credentials &who, std::string_view settings);
 
 // What a redis-cli style URL says: redis://[user[:password]@]host[:port]
-// (an IPv6 host in brackets) or unix://[user[:password]@]/socket/path.
+// (an IPv6 host in brackets), the same with rediss:// for TLS, or
+// unix://[user[:password]@]/socket/path.
 struct url_parts {
     address_options where;
     credentials who;
@@ -97,7 +118,8 @@ bool parse_url(std::string_view url, url_parts &out, std::string &why);
 
 // A blocking hiredis connection, made within connect_timeout, whose every
 // later read and write gives up after io_timeout (a server that accepts and
-// never answers must not hang a tool). Null with why on failure.
+// never answers must not hang a tool), over TLS when the address says so.
+// Null with why on failure.
 redisContext *connect_blocking(const server_address &address,
                                std::chrono::milliseconds connect_timeout,
                                std::chrono::milliseconds io_timeout, std::string &why);

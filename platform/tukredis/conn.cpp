@@ -55,6 +55,15 @@ context_ptr open_connection(const server_address &address, std::chrono::millisec
         why = "keep-alive: " + context_error(context.get());
         return nullptr;
     }
+    // The handshake is finished here, within the connect timeout. The round
+    // trips that follow on every connection (AUTH, the event flags, the
+    // database count) also read the session tickets a TLS 1.3 server sends
+    // after it, so that the command connection's idle check never takes
+    // them for the server closing.
+    if (tcp && address.tls.enabled &&
+        !conn_settings::start_tls(context.get(), address.tls, address.host, timeout, why)) {
+        return nullptr;
+    }
     return context;
 }
 

@@ -101,6 +101,7 @@ void DaemonTest::SetUp() {
     unlink(ham_file().c_str());
     unlink(marker_file().c_str());
     server_ = std::make_unique<testsupport::redis_server>();
+    server_->set_extra_args(server_args());
     server_->start();
     client_ = std::make_unique<testsupport::redis_client>(server_->socket_path());
 }

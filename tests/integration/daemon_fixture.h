@@ -40,6 +40,8 @@ class DaemonTest : public ::testing::Test {
   protected:
     void SetUp() override;
     void TearDown() override;
+    // What the test's redis-server is started with beyond its defaults.
+    virtual std::vector<std::string> server_args() { return {}; }
 
     // The three fixed files under the test prefix.
     std::string pid_file() const;

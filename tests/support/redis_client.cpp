@@ -30,7 +30,7 @@ redisContext *redis_client::connection() {
     }
     std::string why;
     redisContext *context = conn_settings::connect_blocking(
-        conn_settings::server_address{socket_path_, {}, 0}, timeout_, timeout_, why);
+        conn_settings::server_address::unix_socket(socket_path_), timeout_, timeout_, why);
     if (context == nullptr) {
         throw std::runtime_error("redis client: cannot connect to " + socket_path_ + ": " + why);
     }

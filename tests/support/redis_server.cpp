@@ -48,7 +48,7 @@ bool answers_ping(const std::string &socket_path) {
     constexpr std::chrono::milliseconds TIMEOUT{200};
     std::string why;
     redisContext *context = conn_settings::connect_blocking(
-        conn_settings::server_address{socket_path, {}, 0}, TIMEOUT, TIMEOUT, why);
+        conn_settings::server_address::unix_socket(socket_path), TIMEOUT, TIMEOUT, why);
     if (context == nullptr) {
         return false;
     }
