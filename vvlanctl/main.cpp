@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
 
 #include "commands.h"
 #include "dov_vvlan_version.h"
@@ -102,14 +101,9 @@ int main(int argc, char **argv) {
             return finish_output(EXIT_FINE);
         }
         if (arg == "--version") {
-            // The tool's name with the version of the daemon's text, so a
-            // tool and a daemon from one build say the same version.
-            std::string_view text = dov_vvlan_version;
-            const std::string_view daemon = "dov_vvlan ";
-            if (text.substr(0, daemon.size()) == daemon) {
-                text.remove_prefix(daemon.size());
-            }
-            std::printf("vvlanctl %.*s\n", static_cast<int>(text.size()), text.data());
+            // The tool's name, then the version text the daemon carries, so
+            // a tool and a daemon from one build say the same.
+            std::printf("vvlanctl from %s\n", dov_vvlan_version);
             return finish_output(EXIT_FINE);
         }
         if (option_value(argc, argv, &i, "-s", "--socket", &socket_opt, &why) ||

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// vvlanctl's arguments: every bad one of every command exits 2, names the
+// vvlanctl's arguments: every bad one of every command exits 3, names the
 // argument in one line, and leaves both databases as they were; help,
 // version, and the connection's own statuses.
 #include "ctl_fixture.h"
@@ -32,7 +32,7 @@ const std::map<std::string, std::vector<bad_case>> BAD = {
       {{"watch", "--count", "x"}, "N \"x\""},
       {{"watch", "-n", "3"}, "\"-n\""}}},
     {"set",
-     {{{"set"}, "WHAT \"\""},
+     {{{"set"}, "missing"},
       {{"set", "vlan", "5"}, "WHAT \"vlan\""},
       {{"set", "vid"}, "missing"},
       {{"set", "vid", "0"}, "VLAN \"0\""},
@@ -107,7 +107,7 @@ class ArgumentsTest : public CtlTest {
                                                  {{"TUKREDIS_SOCKET", server().socket_path()}})
                                       : ctl(c.args);
             const std::string what = join(c.args);
-            EXPECT_EQ(r.status, 2) << what << "\n" << r.err;
+            EXPECT_EQ(r.status, 3) << what << "\n" << r.err;
             EXPECT_EQ(r.out, "") << what;
             EXPECT_EQ(r.err.rfind("vvlanctl: ", 0), 0u) << what << ": " << r.err;
             EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << what << ": one line, not " << r.err;
@@ -191,10 +191,10 @@ TEST_F(HelpTest, EveryCommandAnswersHelp) {
     EXPECT_EQ(check.out.find("Do:") != std::string::npos, true);
 }
 
-TEST_F(HelpTest, VersionIsTheProjects) {
+TEST_F(HelpTest, VersionNamesTheToolAndTheProjects) {
     const tool_result r = run_tool(server().dir(), {"--version"});
     EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out.rfind("dov_vvlan " VVLANCTL_TEST_VERSION " (", 0), 0u) << r.out;
+    EXPECT_EQ(r.out.rfind("vvlanctl from dov_vvlan " VVLANCTL_TEST_VERSION " (", 0), 0u) << r.out;
     EXPECT_EQ(r.out.back(), '\n');
 }
 
@@ -222,7 +222,7 @@ TEST_F(HelpTest, EnvironmentNamesTheServer) {
     EXPECT_TRUE(db1("/bridge/vvlan/vid/100").has_value());
     const tool_result bad =
         run_tool(server().dir(), {"show"}, {{"TUKREDIS_SOCKET", ""}, {"TUKREDIS_PORT", "0"}});
-    EXPECT_EQ(bad.status, 2) << bad.err;
+    EXPECT_EQ(bad.status, 3) << bad.err;
     EXPECT_NE(bad.err.find("TUKREDIS_PORT \"0\""), std::string::npos) << bad.err;
 }
 
