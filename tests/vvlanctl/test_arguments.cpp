@@ -200,6 +200,15 @@ TEST_F(HelpTest, EveryCommandAnswersHelp) {
     EXPECT_EQ(check.out.find("Do:") != std::string::npos, true);
 }
 
+// One exit-status table, in the monitoring plugins' terms, for every command.
+TEST_F(HelpTest, HelpStatesTheExitStatusTable) {
+    const tool_result top = run_tool(server().dir(), {"--help"});
+    for (const char *row : {"0  success; check: OK", "1  check: WARNING", "2  check: CRITICAL",
+                            "3  UNKNOWN: bad usage or input", "SIGPIPE"}) {
+        EXPECT_NE(top.out.find(row), std::string::npos) << row << " not in\n" << top.out;
+    }
+}
+
 TEST_F(HelpTest, VersionNamesTheToolAndTheProjects) {
     const tool_result r = run_tool(server().dir(), {"--version"});
     EXPECT_EQ(r.status, 0);
