@@ -49,6 +49,27 @@ TEST_F(PipelineTest, WatchEndsWithItsReader) {
     EXPECT_EQ(w.err().find("error"), std::string::npos) << w.err();
 }
 
+// Every command, not only watch: a reader gone before the output is written
+// ends the tool by SIGPIPE, with nothing on standard error.
+TEST_F(PipelineTest, EveryCommandEndsQuietlyWithoutAReader) {
+    start_daemon(false);
+    configure();
+    for (const std::vector<std::string> &args : std::vector<std::vector<std::string>>{
+             {"show", "--json"}, {"show"}, {"check", "--json"}, {"--help"}, {"--version"}}) {
+        std::vector<std::string> full{"-s", server().socket_path()};
+        full.insert(full.end(), args.begin(), args.end());
+        int fds[2];
+        ASSERT_EQ(pipe(fds), 0);
+        close(fds[0]);
+        tool_process p(server().dir(), full);
+        p.start_writing_to(fds[1]);
+        close(fds[1]);
+        EXPECT_EQ(p.wait_exit(integration::patience(20s)), 128 + SIGPIPE)
+            << join(args) << ": " << p.err();
+        EXPECT_EQ(p.err(), "") << join(args);
+    }
+}
+
 TEST_F(PipelineTest, OutputThatCannotBeWrittenIsAnError) {
     start_daemon(false);
     configure();

@@ -36,6 +36,9 @@ class tool_process {
     // Starts with standard output into a pipe, as "vvlanctl ... | reader";
     // returns the pipe's read end, which the caller reads and closes.
     int start_piped();
+    // Starts with standard output on fd (a copy: the caller keeps and closes
+    // its own), for example a pipe whose reader is gone already.
+    void start_writing_to(int fd) { spawn(fd); }
     // The exit status, or -1 if it is still running at the deadline.
     int wait_exit(std::chrono::milliseconds deadline);
     void signal(int sig);
