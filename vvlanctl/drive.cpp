@@ -3,11 +3,7 @@
 // the forwarding layer or another component would write, encoded with the
 // shared codec. Every argument is checked before the connection is opened,
 // so a bad one writes nothing.
-//
-// The writes keep the configuration coherent: a setting that the management
-// plane keeps as one key (the voice VLAN, the aging time, CoS/DSCP, the
-// security mode) replaces any other key of its family in one transaction, or
-// is refused naming what is there; deleting what is not there says so.
+// How the plan is written, coherently, is in write_apply.
 #include <optional>
 #include <span>
 #include <utility>
@@ -16,29 +12,11 @@
 #include "commands.h"
 #include "ports.h"
 #include "wire/key_families.h"
-#include "wire/key_parse.h"
 #include "wire/keys.h"
 #include "wire/values.h"
+#include "write_apply.h"
 
 namespace {
-
-struct write_op {
-    write_op(int d, bool is_del, std::string k, std::string v)
-        : db(d), del(is_del), key(std::move(k)), value(std::move(v)) {}
-
-    int db;
-    bool del;
-    std::string key;
-    std::string value;
-    // Delete every key under this prefix too (the security mode is the
-    // presence of any key under it).
-    bool all_under_prefix = false;
-    // A setting kept as one key of this family: any other key of it is
-    // replaced (with --replace) or makes the write refused.
-    std::optional<key_family> single;
-    // What a delete removes, for "... is not there".
-    std::string what;
-};
 
 template <std::size_t N>
 std::string text_of(const std::array<uint8_t, N> &bytes) {
@@ -52,8 +30,6 @@ constexpr const char *SETTING_TAIL = "1";
 std::string setting_key(key_family f) {
     return std::string(prefix_of(f)) + SETTING_TAIL;
 }
-
-using plan = std::vector<write_op>;
 
 bool plan_vid(const std::vector<std::string> &a, bool set, plan *p, std::string *why) {
     uint32_t vid = 0;
@@ -316,76 +292,6 @@ std::vector<std::string> without_replace(const std::vector<std::string> &args, b
     return rest;
 }
 
-// What another key of a single-key family holds, for the refusal.
-std::string held_by(key_family f, const std::string &key) {
-    if (f == key_family::vid) {
-        if (const auto vid = parse_vid_key(key)) {
-            return "voice VLAN " + std::to_string(*vid);
-        }
-    }
-    return "key " + key;
-}
-
-enum class outcome { DONE, NOT_DONE, LOST };
-
-outcome write_single(const tool_context &t, connection &conn, const write_op &op, bool replace) {
-    std::vector<std::string> keys;
-    if (!conn.scan(op.db, std::string(prefix_of(*op.single)) + "*", &keys)) {
-        return outcome::LOST;
-    }
-    std::vector<std::vector<std::string>> commands;
-    std::string others;
-    for (const std::string &k : keys) {
-        if (k != op.key) {
-            commands.push_back({"DEL", k});
-            others += (others.empty() ? "" : ", ") + held_by(*op.single, k);
-        }
-    }
-    if (!commands.empty() && !replace) {
-        fail(t, EXIT_NOT_DONE,
-             others + " is configured; --replace replaces it, nothing was written");
-        return outcome::NOT_DONE;
-    }
-    commands.push_back({"SET", op.key, op.value});
-    return conn.transaction(op.db, commands) ? outcome::DONE : outcome::LOST;
-}
-
-outcome write_one(const tool_context &t, connection &conn, const write_op &op, bool replace) {
-    if (op.single) {
-        return write_single(t, conn, op, replace);
-    }
-    if (!op.del) {
-        return conn.set(op.db, op.key, op.value) ? outcome::DONE : outcome::LOST;
-    }
-    if (op.all_under_prefix) {
-        std::vector<std::string> keys;
-        const std::string prefix = op.key.substr(0, op.key.size() - 1);
-        if (!conn.scan(op.db, prefix + "*", &keys)) {
-            return outcome::LOST;
-        }
-        if (keys.empty()) {
-            fail(t, EXIT_NOT_DONE, op.what + " is not on: nothing to delete");
-            return outcome::NOT_DONE;
-        }
-        std::vector<std::vector<std::string>> commands;
-        for (const std::string &k : keys) {
-            commands.push_back({"DEL", k});
-        }
-        return conn.transaction(op.db, commands) ? outcome::DONE : outcome::LOST;
-    }
-    bool existed = false;
-    if (!conn.del(op.db, op.key, &existed)) {
-        return outcome::LOST;
-    }
-    if (!existed) {
-        fail(t, EXIT_NOT_DONE,
-             op.what + " is not there (no key " + op.key + " in database " + std::to_string(op.db) +
-                 "): nothing to delete");
-        return outcome::NOT_DONE;
-    }
-    return outcome::DONE;
-}
-
 } // namespace
 
 int cmd_write(const tool_context &t) {
@@ -404,15 +310,5 @@ int cmd_write(const tool_context &t) {
     if (!conn) {
         return EXIT_CONNECT;
     }
-    for (const write_op &op : p) {
-        switch (write_one(t, *conn, op, replace)) {
-        case outcome::DONE:
-            break;
-        case outcome::NOT_DONE:
-            return EXIT_NOT_DONE;
-        case outcome::LOST:
-            return lost(t, *conn);
-        }
-    }
-    return EXIT_FINE;
+    return apply_plan(t, *conn, p, replace);
 }
