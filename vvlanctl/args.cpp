@@ -27,11 +27,42 @@ bool arg_number(std::string_view name, const std::string &text, uint32_t min, ui
     return true;
 }
 
+namespace {
+
+// "aabb.ccdd.eeff": three groups of four hexadecimal digits.
+bool dotted_mac(const std::string &text, mac_addr *out) {
+    if (text.size() != 14 || text[4] != '.' || text[9] != '.') {
+        return false;
+    }
+    const std::string bare = text.substr(0, 4) + text.substr(5, 4) + text.substr(10, 4);
+    return bare.find('.') == std::string::npos && mac_parse(bare, out);
+}
+
+} // namespace
+
 bool arg_mac(std::string_view name, const std::string &text, mac_addr *out, std::string *why) {
-    if (!mac_parse(text, out)) {
+    if (!mac_parse(text, out) && !dotted_mac(text, out)) {
         *why = std::string(name) + " \"" + text +
-               "\" is not an address (12 hexadecimal digits, or six pairs separated by ':' or "
-               "'-')";
+               "\" is not an address (12 hexadecimal digits, six pairs separated by ':' or "
+               "'-', or aabb.ccdd.eeff)";
+        return false;
+    }
+    return true;
+}
+
+bool arg_oui_mask(const std::string &oui_text, const std::string &mask_text, const mac_addr &oui,
+                  const mac_addr &mask, std::string *why) {
+    if (mask == mac_addr{}) {
+        *why = "MASK \"" + mask_text + "\" is zero: it would make every address a voice address";
+        return false;
+    }
+    const mac_addr masked = mac_and(oui, mask);
+    if (masked == mac_addr{}) {
+        *why = "OUI \"" + oui_text + "\" is zero under its mask: no phone has that address";
+        return false;
+    }
+    if ((masked[0] & 0x01) != 0) {
+        *why = "OUI \"" + oui_text + "\" is a group (multicast) address: no phone sends from one";
         return false;
     }
     return true;

@@ -12,8 +12,15 @@
 // A decimal number in min..max: digits only, no sign, no blanks.
 bool arg_number(std::string_view name, const std::string &text, uint32_t min, uint32_t max,
                 uint32_t *out, std::string *why);
-// An address: 12 hexadecimal digits, or six pairs separated by ':' or '-'.
+// An address: 12 hexadecimal digits, six pairs separated by ':' or '-', or
+// three groups of four separated by '.' (aabb.ccdd.eeff, as most switch
+// command lines print them).
 bool arg_mac(std::string_view name, const std::string &text, mac_addr *out, std::string *why);
+// A voice OUI and its mask as they would be written (the OUI masked): the
+// mask may not be zero (every address would match) and the masked OUI may
+// be neither zero nor a group address (no phone sends from either).
+bool arg_oui_mask(const std::string &oui_text, const std::string &mask_text, const mac_addr &oui,
+                  const mac_addr &mask, std::string *why);
 // A physical port id that the device manager knows; *ifx is its port.
 bool arg_phyid(std::string_view name, const std::string &text, uint32_t *phyid, uint32_t *ifx,
                std::string *why);

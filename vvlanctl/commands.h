@@ -9,11 +9,20 @@
 
 #include "connection.h"
 
-// Exit statuses, the same for every command.
-inline constexpr int EXIT_FINE = 0;    // success; check found nothing
-inline constexpr int EXIT_FOUND = 1;   // check found something; sync was not answered in time
-inline constexpr int EXIT_USAGE = 2;   // bad usage or input: nothing was written
-inline constexpr int EXIT_CONNECT = 3; // no usable connection to the server
+// Exit statuses, one table for every command. check reads them as the
+// monitoring plugins' OK, WARNING, CRITICAL and UNKNOWN, which Icinga,
+// Nagios, Zabbix and Checkmk understand; the other commands share the
+// meaning of 0 and 3 and use 1 for "understood but not done". A reader of
+// the output that went away ends the tool by SIGPIPE, as any filter.
+inline constexpr int EXIT_FINE = 0;     // success; check: OK
+inline constexpr int EXIT_NOT_DONE = 1; // nothing to delete, a setting held by another value,
+                                        // sync not answered in time
+inline constexpr int EXIT_FOUND = 1;    // check: WARNING
+inline constexpr int EXIT_CRITICAL = 2; // check: CRITICAL
+inline constexpr int EXIT_UNKNOWN = 3;  // bad usage or input (nothing written), no usable
+                                        // connection, an error writing the output
+inline constexpr int EXIT_USAGE = EXIT_UNKNOWN;
+inline constexpr int EXIT_CONNECT = EXIT_UNKNOWN;
 
 struct tool_context {
     std::string command; // as typed, for messages

@@ -84,6 +84,44 @@ bool connection::del(int db, const std::string &key) {
     return command(db, {"DEL", key}) != nullptr;
 }
 
+bool connection::del(int db, const std::string &key, bool *existed) {
+    const reply_ptr r = command(db, {"DEL", key});
+    if (!r) {
+        return false;
+    }
+    *existed = r->type == REDIS_REPLY_INTEGER && r->integer > 0;
+    return true;
+}
+
+bool connection::transaction(int db, const std::vector<std::vector<std::string>> &commands) {
+    if (!command(db, {"MULTI"})) {
+        return false;
+    }
+    for (const std::vector<std::string> &c : commands) {
+        // A refused command is remembered by run(); EXEC is then skipped and
+        // the connection closes with the transaction never executed.
+        if (!run(c)) {
+            return false;
+        }
+    }
+    const reply_ptr r = run({"EXEC"});
+    if (!r) {
+        return false;
+    }
+    if (r->type != REDIS_REPLY_ARRAY) {
+        error_ = "EXEC: the transaction was not executed";
+        return false;
+    }
+    for (size_t i = 0; i < r->elements; ++i) {
+        if (r->element[i]->type == REDIS_REPLY_ERROR) {
+            error_ =
+                commands[i].front() + ": " + std::string(r->element[i]->str, r->element[i]->len);
+            return false;
+        }
+    }
+    return true;
+}
+
 std::optional<std::string> connection::get(int db, const std::string &key) {
     const reply_ptr r = command(db, {"GET", key});
     if (!r || r->type != REDIS_REPLY_STRING) {
@@ -139,7 +177,7 @@ bool connection::get_many(int db, const std::vector<std::string> &keys,
     return true;
 }
 
-bool connection::enable_keyspace_events() {
+bool connection::missing_keyspace_events(std::string *missing, std::string *wanted) {
     const reply_ptr r = command({"CONFIG", "GET", "notify-keyspace-events"});
     if (!r) {
         return false;
@@ -148,16 +186,18 @@ bool connection::enable_keyspace_events() {
     if (r->type == REDIS_REPLY_ARRAY && r->elements == 2) {
         flags.assign(r->element[1]->str, r->element[1]->len);
     }
-    std::string wanted = flags;
+    missing->clear();
     // "A" stands for all the classes, so it already covers g, $, x and e.
     const bool all = flags.find('A') != std::string::npos;
     for (const char c : std::string("Kg$xe")) {
         if (flags.find(c) == std::string::npos && !(all && c != 'K')) {
-            wanted += c;
+            *missing += c;
         }
     }
-    if (wanted == flags) {
-        return true;
-    }
+    *wanted = flags + *missing;
+    return true;
+}
+
+bool connection::set_keyspace_events(const std::string &wanted) {
     return command({"CONFIG", "SET", "notify-keyspace-events", wanted}) != nullptr;
 }

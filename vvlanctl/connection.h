@@ -40,6 +40,11 @@ class connection {
 
     bool set(int db, const std::string &key, const std::string &value);
     bool del(int db, const std::string &key);
+    // DEL that says whether the key was there (*existed).
+    bool del(int db, const std::string &key, bool *existed);
+    // The commands in database db as one MULTI/EXEC transaction: all of them
+    // or (on any error) none.
+    bool transaction(int db, const std::vector<std::vector<std::string>> &commands);
     std::optional<std::string> get(int db, const std::string &key);
     // Every key of db matching the glob, by SCAN, in no particular order.
     bool scan(int db, const std::string &match, std::vector<std::string> *keys);
@@ -47,9 +52,13 @@ class connection {
     bool get_many(int db, const std::vector<std::string> &keys,
                   std::vector<std::optional<std::string>> *values);
 
-    // Turns on the keyspace events the bus library relies on (generic,
-    // string, expiry, eviction), keeping whatever the server already has.
-    bool enable_keyspace_events();
+    // The keyspace-event flags the bus library relies on (K, and generic,
+    // string, expiry, eviction) that the server's notify-keyspace-events
+    // lacks, in *missing, and all of its flags with them in *wanted. False
+    // when the server will not say (CONFIG renamed or denied).
+    bool missing_keyspace_events(std::string *missing, std::string *wanted);
+    // Sets notify-keyspace-events to wanted.
+    bool set_keyspace_events(const std::string &wanted);
 
     redisContext *raw() { return ctx_; }
     bool failed() const { return !error_.empty(); }

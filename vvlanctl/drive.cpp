@@ -3,7 +3,10 @@
 // the forwarding layer or another component would write, encoded with the
 // shared codec. Every argument is checked before the connection is opened,
 // so a bad one writes nothing.
+// How the plan is written, coherently, is in write_apply.
+#include <optional>
 #include <span>
+#include <utility>
 
 #include "args.h"
 #include "commands.h"
@@ -11,18 +14,9 @@
 #include "wire/key_families.h"
 #include "wire/keys.h"
 #include "wire/values.h"
+#include "write_apply.h"
 
 namespace {
-
-struct write_op {
-    int db;
-    bool del;
-    std::string key;
-    std::string value;
-    // Delete every key under this prefix too (the security mode is the
-    // presence of any key under it).
-    bool all_under_prefix = false;
-};
 
 template <std::size_t N>
 std::string text_of(const std::array<uint8_t, N> &bytes) {
@@ -37,15 +31,18 @@ std::string setting_key(key_family f) {
     return std::string(prefix_of(f)) + SETTING_TAIL;
 }
 
-using plan = std::vector<write_op>;
-
 bool plan_vid(const std::vector<std::string> &a, bool set, plan *p, std::string *why) {
     uint32_t vid = 0;
     if (!arg_count(a.size(), 2, 2, set ? "set vid VLAN" : "unset vid VLAN", why) ||
         !arg_number("VLAN", a[1], VLAN_MIN, VLAN_MAX, &vid, why)) {
         return false;
     }
-    p->push_back({DB_CONFIG, !set, vid_key(static_cast<uint16_t>(vid)).c_str(), ""});
+    write_op op{DB_CONFIG, !set, vid_key(static_cast<uint16_t>(vid)).c_str(), ""};
+    if (set) {
+        op.single = key_family::vid;
+    }
+    op.what = "voice VLAN " + std::to_string(vid);
+    p->push_back(op);
     return true;
 }
 
@@ -57,13 +54,19 @@ bool plan_auto(const std::vector<std::string> &a, bool set, plan *p, std::string
     }
     const std::string key =
         port_oper_key(static_cast<int32_t>(ifx), static_cast<int32_t>(PORT_MODE_AUTO)).c_str();
-    p->push_back({DB_CONFIG, !set, key,
-                  set ? text_of(port_oper_codec::encode({ifx, 1, PORT_MODE_AUTO})) : ""});
+    write_op op{DB_CONFIG, !set, key,
+                set ? text_of(port_oper_codec::encode({ifx, 1, PORT_MODE_AUTO})) : ""};
+    op.what = "automatic mode of port " + std::to_string(ifx);
+    p->push_back(op);
     return true;
 }
 
 bool plan_set(const std::vector<std::string> &a, plan *p, std::string *why) {
-    const std::string what = a.empty() ? "" : a[0];
+    if (a.empty()) {
+        *why = "missing arguments; usage: set vid|aging|cos|security|auto VALUE... [--replace]";
+        return false;
+    }
+    const std::string &what = a[0];
     if (what == "vid") {
         return plan_vid(a, true, p, why);
     }
@@ -76,8 +79,10 @@ bool plan_set(const std::vector<std::string> &a, plan *p, std::string *why) {
             !arg_number("MINUTES", a[1], 0, 0xffff, &minutes, why)) {
             return false;
         }
-        p->push_back({DB_CONFIG, false, setting_key(key_family::age_timer),
-                      text_of(aging_time_codec::encode(static_cast<uint16_t>(minutes)))});
+        write_op op{DB_CONFIG, false, setting_key(key_family::age_timer),
+                    text_of(aging_time_codec::encode(static_cast<uint16_t>(minutes)))};
+        op.single = key_family::age_timer;
+        p->push_back(op);
         return true;
     }
     if (what == "cos") {
@@ -88,9 +93,11 @@ bool plan_set(const std::vector<std::string> &a, plan *p, std::string *why) {
             !arg_number("DSCP", a[2], 0, 63, &dscp, why)) {
             return false;
         }
-        p->push_back({DB_CONFIG, false, setting_key(key_family::cos_dscp),
-                      text_of(cos_dscp_codec::encode(
-                          {static_cast<uint8_t>(cos), static_cast<uint8_t>(dscp)}))});
+        write_op op{DB_CONFIG, false, setting_key(key_family::cos_dscp),
+                    text_of(cos_dscp_codec::encode(
+                        {static_cast<uint8_t>(cos), static_cast<uint8_t>(dscp)}))};
+        op.single = key_family::cos_dscp;
+        p->push_back(op);
         return true;
     }
     if (what == "security") {
@@ -103,6 +110,10 @@ bool plan_set(const std::vector<std::string> &a, plan *p, std::string *why) {
         }
         write_op op{DB_CONFIG, a[1] == "off", setting_key(key_family::secu_mode), ""};
         op.all_under_prefix = op.del;
+        if (!op.del) {
+            op.single = key_family::secu_mode;
+        }
+        op.what = "security mode";
         p->push_back(op);
         return true;
     }
@@ -111,7 +122,11 @@ bool plan_set(const std::vector<std::string> &a, plan *p, std::string *why) {
 }
 
 bool plan_unset(const std::vector<std::string> &a, plan *p, std::string *why) {
-    const std::string what = a.empty() ? "" : a[0];
+    if (a.empty()) {
+        *why = "missing arguments; usage: unset vid VLAN | unset auto IFX";
+        return false;
+    }
+    const std::string &what = a[0];
     if (what == "vid") {
         return plan_vid(a, false, p, why);
     }
@@ -129,8 +144,7 @@ bool plan_oui(const std::vector<std::string> &a, bool add, plan *p, std::string 
         !arg_mac("OUI", a[1], &oui, why) || (a.size() == 3 && !arg_mac("MASK", a[2], &mask, why))) {
         return false;
     }
-    if (mask == mac_addr{}) {
-        *why = "MASK \"" + a[2] + "\" is zero: it would make every address a voice address";
+    if (!arg_oui_mask(a[1], a.size() == 3 ? a[2] : "ffffff000000", oui, mask, why)) {
         return false;
     }
     // The key carries the OUI already masked, so add and del of the same
@@ -140,8 +154,10 @@ bool plan_oui(const std::vector<std::string> &a, bool add, plan *p, std::string 
     record.mac = masked;
     record.mask = mask;
     record.enable = 1;
-    p->push_back({DB_CONFIG, !add, oui_oper_key(masked, mask).c_str(),
-                  add ? text_of(oui_oper_codec::encode(record)) : ""});
+    write_op op{DB_CONFIG, !add, oui_oper_key(masked, mask).c_str(),
+                add ? text_of(oui_oper_codec::encode(record)) : ""};
+    op.what = std::string("OUI ") + mac_hex12(masked).data() + "/" + mac_hex12(mask).data();
+    p->push_back(op);
     return true;
 }
 
@@ -152,8 +168,10 @@ bool plan_mvlan(const std::vector<std::string> &a, bool add, plan *p, std::strin
             !arg_number("INDEX", a[1], 0, MAC_VLAN_ENTRIES - 1, &index, why)) {
             return false;
         }
-        p->push_back({DB_STATE, true,
-                      mac_vlan_key(MAC_VLAN_KEY_BASE + static_cast<int32_t>(index)).c_str(), ""});
+        write_op op{DB_STATE, true,
+                    mac_vlan_key(MAC_VLAN_KEY_BASE + static_cast<int32_t>(index)).c_str(), ""};
+        op.what = "MAC-VLAN entry " + std::to_string(index);
+        p->push_back(op);
         return true;
     }
     mac_vlan_value v{};
@@ -172,7 +190,12 @@ bool plan_mvlan(const std::vector<std::string> &a, bool add, plan *p, std::strin
 }
 
 bool plan_add_del(const std::vector<std::string> &a, bool add, plan *p, std::string *why) {
-    const std::string what = a.empty() ? "" : a[0];
+    if (a.empty()) {
+        *why = std::string("missing arguments; usage: ") + (add ? "add" : "del") +
+               " oui OUI [MASK] | " + (add ? "add mvlan INDEX MAC MASK VLAN" : "del mvlan INDEX");
+        return false;
+    }
+    const std::string &what = a[0];
     if (what == "oui") {
         return plan_oui(a, add, p, why);
     }
@@ -195,10 +218,12 @@ bool plan_learning(const std::string &cmd, const std::vector<std::string> &a, pl
         !arg_phyid("PHYID", a[1], &phyid, &ifx, why) || !arg_mac("MAC", a[2], &mac, why)) {
         return false;
     }
-    p->push_back(
-        {DB_STATE, cmd == "age",
-         mac_learning_key(static_cast<int32_t>(vlan), static_cast<int32_t>(phyid), mac).c_str(),
-         ""});
+    write_op op{
+        DB_STATE, cmd == "age",
+        mac_learning_key(static_cast<int32_t>(vlan), static_cast<int32_t>(phyid), mac).c_str(), ""};
+    op.what = std::string("address ") + mac_colon(mac).data() + " learned in VLAN " +
+              std::to_string(vlan) + " on phyid " + std::to_string(phyid);
+    p->push_back(op);
     return true;
 }
 
@@ -211,8 +236,11 @@ bool plan_specify(const std::string &cmd, const std::vector<std::string> &a, pla
         !arg_phyid("PHYID", a[1], &phyid, &ifx, why)) {
         return false;
     }
-    p->push_back({DB_STATE, cmd == "unspecify",
-                  spec_oui_msg_key(oui, static_cast<int32_t>(phyid)).c_str(), ""});
+    write_op op{DB_STATE, cmd == "unspecify",
+                spec_oui_msg_key(oui, static_cast<int32_t>(phyid)).c_str(), ""};
+    op.what = std::string("specified-OUI message ") + mac_hex12(oui).data() + " for phyid " +
+              std::to_string(phyid);
+    p->push_back(op);
     return true;
 }
 
@@ -251,35 +279,36 @@ bool make_plan(const tool_context &t, plan *p, std::string *why) {
     return false;
 }
 
+// "--replace" anywhere after the command; the rest are the arguments.
+std::vector<std::string> without_replace(const std::vector<std::string> &args, bool *replace) {
+    std::vector<std::string> rest;
+    for (const std::string &a : args) {
+        if (a == "--replace") {
+            *replace = true;
+        } else {
+            rest.push_back(a);
+        }
+    }
+    return rest;
+}
+
 } // namespace
 
 int cmd_write(const tool_context &t) {
     plan p;
     std::string why;
-    if (!make_plan(t, &p, &why)) {
+    bool replace = false;
+    tool_context planned = t;
+    planned.args = without_replace(t.args, &replace);
+    if (replace && t.command != "set") {
+        return fail(t, EXIT_USAGE, "--replace applies to set only");
+    }
+    if (!make_plan(planned, &p, &why)) {
         return fail(t, EXIT_USAGE, why);
     }
     const auto conn = connect_or_report(t);
     if (!conn) {
         return EXIT_CONNECT;
     }
-    for (const write_op &op : p) {
-        if (op.all_under_prefix) {
-            std::vector<std::string> keys;
-            const std::string prefix = op.key.substr(0, op.key.size() - 1);
-            if (!conn->scan(op.db, prefix + "*", &keys)) {
-                return lost(t, *conn);
-            }
-            for (const std::string &k : keys) {
-                if (!conn->del(op.db, k)) {
-                    return lost(t, *conn);
-                }
-            }
-        }
-        const bool ok = op.del ? conn->del(op.db, op.key) : conn->set(op.db, op.key, op.value);
-        if (!ok) {
-            return lost(t, *conn);
-        }
-    }
-    return EXIT_FINE;
+    return apply_plan(t, *conn, p, replace);
 }

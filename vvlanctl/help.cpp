@@ -39,11 +39,12 @@ Commands:
   show [--json]            the voice VLAN as configured and as applied, and
                            why each port is where it is
   check [--json]           find the conditions that leave the voice VLAN wrong
-  watch [--count N]        follow both databases, one decoded line per event
-  set vid VLAN | unset vid VLAN        voice VLAN on with that id, off
-  set aging MINUTES                    aging time
-  set cos COS DSCP                     CoS and DSCP of voice traffic
-  set security on|off                  security mode
+  watch [--count N] [--json] [--enable-events] [port IFX] [oui OUI]
+        [family NAME]      follow both databases, one decoded line per event
+  set vid VLAN [--replace] | unset vid VLAN    voice VLAN on with that id, off
+  set aging MINUTES [--replace]        aging time
+  set cos COS DSCP [--replace]         CoS and DSCP of voice traffic
+  set security on|off [--replace]      security mode
   add oui OUI [MASK] | del oui OUI [MASK]          voice OUIs
   set auto IFX | unset auto IFX        a port in or out of automatic mode
   learn VLAN PHYID MAC | age VLAN PHYID MAC        the forwarding layer
@@ -52,11 +53,20 @@ Commands:
   debug LEVEL              the daemon's trace level (debugDovVVlan)
   sync [--timeout SECONDS] wait until the daemon has handled every write
 
-Addresses: 12 hexadecimal digits, or six pairs separated by ':' or '-'.
+Addresses: 12 hexadecimal digits, six pairs separated by ':' or '-', or
+aabb.ccdd.eeff.
 
-Exit status: 0 success (check: nothing found); 1 check found something, or
-sync was not answered in time; 2 bad usage or input, nothing written;
-3 no usable connection to the server.
+Exit status, the same for every command (check's are the monitoring
+plugins' OK, WARNING, CRITICAL and UNKNOWN):
+  0  success; check: OK
+  1  check: WARNING; other commands: understood but not done (deleting what
+     is not there, a setting held by another value without --replace, sync
+     not answered in time, keyspace events off for watch)
+  2  check: CRITICAL
+  3  UNKNOWN: bad usage or input (nothing written), no usable connection to
+     the server, an error writing the output
+  A reader of the output that went away ends the tool by SIGPIPE (141 in a
+  shell), as any filter.
 )";
 
 namespace {
@@ -138,25 +148,43 @@ published_differs: a database-0 copy (vid, secu_mode, cos_dscp, an OUI echo,
   run sync; restart the daemon if the copy still differs.
 )";
 
-const char *const WATCH_HELP = R"(usage: vvlanctl watch [--count N]
+const char *const WATCH_HELP =
+    R"(usage: vvlanctl watch [--count N] [--json] [--enable-events]
+                      [port IFX] [oui OUI] [family NAME]
 
 Follows the keyspace events of both databases and prints one line per event
-with a millisecond timestamp, in the system's terms, for example:
-  12:00:01.250 learn vlan 100 phyid 6 (port 5) 00:e0:bb:12:34:56 voice slot 0
-  12:00:01.251 join port 5
-  12:00:01.251 join request port 5
-  12:00:09.004 oui add slot 3 00e0bb000000/ffffff000000
+with an ISO 8601 time stamp (local time, milliseconds, offset), in the
+system's terms, for example:
+  2026-11-24T12:00:01.250+01:00 learn vlan 100 phyid 6 (port 5) 00:e0:bb:12:34:56 voice slot 0
+  2026-11-24T12:00:01.251+01:00 join port 5
+  2026-11-24T12:00:09.004+01:00 oui add slot 3 00e0bb000000/ffffff000000
 Configuration (database 1) reads as the command that writes it ("set vid
 100", "set auto port 5"); the daemon's copies read as applied or withdrawn;
-"marked" is a re-synchronisation's time to live. Turns on the keyspace
-events the bus library needs if the server has them off. "watching" on
-standard error says the subscription is in place. Ends on SIGINT (or
-SIGTERM) with status 0, or after N events.
+"marked" is a re-synchronisation's time to live.
+
+Filters (all that are given must match): port IFX, the port's own keys and
+those of its phyid; oui OUI, the OUI's table keys and the addresses and
+specified-OUI messages under its first three bytes; family NAME, the keys of
+one family (vid, secu_mode, cos_dscp, age_timer, port_oper, oui_oper,
+mac_learning (learned addresses and join requests), spec_oui_msg, mac_vlan,
+data_end, debug_level, mvlan_oui_msg).
+
+--json prints one object per line: schema_version (1), time, db, event,
+key, family (or null), port (or null), text (the text line without its
+stamp); see the installed schema watch.schema.json.
+
+The server must send keyspace events K, g, $, x and e (or K and A). watch
+only reads the server's configuration: if a flag is missing it says which
+and exits 1, and --enable-events adds them with CONFIG SET. Where CONFIG is
+renamed or denied it watches as if they were on. "watching" on standard
+error says the subscription is in place. Ends on SIGINT (or SIGTERM) with
+status 0, or after N shown events; a closed output ends it by SIGPIPE.
 )";
 
 const char *const WRITE_HELP =
-    R"(usage: vvlanctl set vid VLAN | unset vid VLAN        (database 1)
+    R"(usage: vvlanctl set vid VLAN [--replace] | unset vid VLAN   (database 1)
        vvlanctl set aging MINUTES | set cos COS DSCP | set security on|off
+                                              (each with [--replace])
        vvlanctl add oui OUI [MASK] | del oui OUI [MASK]
        vvlanctl set auto IFX | unset auto IFX
        vvlanctl learn VLAN PHYID MAC | age VLAN PHYID MAC (database 0)
@@ -171,9 +199,15 @@ switch's records:
   PHYID a port the device manager knows; INDEX 0..127 (MAC-VLAN key number
   256 + INDEX); LEVEL 0..2147483647; OUI, MAC, MASK addresses (MASK of an
   OUI defaults to ffffff000000 and may not be zero; the OUI is written
-  masked). "set security off" deletes every security mode key.
+  masked and may be neither zero nor a group address). "set security off"
+  deletes every security mode key.
+The voice VLAN, the aging time, CoS/DSCP and the security mode are each one
+key: when another key of the same setting is there (another VLAN, say), set
+refuses with status 1 and names it, and with --replace deletes it and
+writes the new one in one transaction (MULTI/EXEC).
 Every argument is checked first: a bad one is named, nothing is written,
-and the status is 2.
+and the status is 3. Deleting (unset, del, age, unspecify, set security
+off) what is not there says so, and the status is 1.
 )";
 
 const char *const SYNC_HELP = R"(usage: vvlanctl sync [--timeout SECONDS]

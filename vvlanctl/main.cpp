@@ -8,6 +8,7 @@
 #include "commands.h"
 #include "dov_vvlan_version.h"
 #include "help.h"
+#include "output.h"
 #include "printable.h"
 
 namespace {
@@ -29,6 +30,15 @@ int usage(const std::string &why) {
     return EXIT_USAGE;
 }
 
+// "-h" is the host, as for redis-cli; alone it was most likely meant as help.
+std::string missing_value(const std::string &option) {
+    std::string why = "option " + option + " needs a value";
+    if (option == "-h") {
+        why += "; -h is --host HOST, help is --help";
+    }
+    return why;
+}
+
 // "--name=value" or "--name value" / "-n value".
 bool option_value(int argc, char **argv, int *i, const char *shrt, const char *lng,
                   std::string *value, std::string *why) {
@@ -38,7 +48,7 @@ bool option_value(int argc, char **argv, int *i, const char *shrt, const char *l
         *value = arg.substr(eq.size());
     } else if (arg == shrt || arg == lng) {
         if (*i + 1 >= argc) {
-            *why = "option " + arg + " needs a value";
+            *why = missing_value(arg);
             return false;
         }
         *value = argv[++*i];
@@ -73,7 +83,8 @@ int lost(const tool_context &t, const connection &c) {
 }
 
 int main(int argc, char **argv) {
-    // A server that goes away must give status 3, not kill the tool.
+    // A server that goes away must give status 3, not kill the tool; a
+    // reader of the output that goes away is told apart when writing to it.
     std::signal(SIGPIPE, SIG_IGN);
     std::string socket_opt;
     std::string host_opt;
@@ -88,13 +99,13 @@ int main(int argc, char **argv) {
         std::string why;
         if (arg == "--help") {
             std::fputs(TOOL_HELP, stdout);
-            return EXIT_FINE;
+            return finish_output(EXIT_FINE);
         }
         if (arg == "--version") {
-            // The same text the daemon carries, so a tool and a daemon from
-            // one build say so.
-            std::printf("%s\n", dov_vvlan_version);
-            return EXIT_FINE;
+            // The tool's name, then the version text the daemon carries, so
+            // a tool and a daemon from one build say the same.
+            std::printf("vvlanctl from %s\n", dov_vvlan_version);
+            return finish_output(EXIT_FINE);
         }
         if (option_value(argc, argv, &i, "-s", "--socket", &socket_opt, &why) ||
             option_value(argc, argv, &i, "-h", "--host", &host_opt, &why) ||
@@ -156,7 +167,7 @@ int main(int argc, char **argv) {
     for (const std::string &a : t.args) {
         if (a == "--help") {
             std::fputs(command_help(t.command), stdout);
-            return EXIT_FINE;
+            return finish_output(EXIT_FINE);
         }
     }
     std::string why;
@@ -190,5 +201,5 @@ int main(int argc, char **argv) {
             t.who.password = given.password;
         }
     }
-    return found->run(t);
+    return finish_output(found->run(t));
 }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // vvlanctl watch: the keyspace events of both databases, one decoded line
-// each, as they happen.
+// (or one JSON object) each, as they happen. It only reads: the server's
+// keyspace-event flags are changed only when asked (--enable-events), since
+// an operator's server may deny or rename CONFIG, or be shared.
 #include <poll.h>
 
 #include <cerrno>
@@ -11,10 +13,14 @@
 #include "args.h"
 #include "commands.h"
 #include "event_text.h"
+#include "json_writer.h"
+#include "output.h"
 #include "ports.h"
 #include "printable.h"
 #include "snapshot.h"
+#include "watch_filter.h"
 #include "wire/key_families.h"
+#include "wire/key_parse.h"
 
 namespace {
 
@@ -33,15 +39,103 @@ void catch_stop_signals() {
     sigaction(SIGTERM, &sa, nullptr);
 }
 
+// ISO 8601 in local time with its offset ("2026-11-24T01:02:03.456+01:00"),
+// so that lines from switches in other zones, or logs, can be compared.
 std::string timestamp() {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
     tm local{};
     localtime_r(&now.tv_sec, &local);
-    char buf[32];
-    const std::size_t n = std::strftime(buf, sizeof buf, "%H:%M:%S", &local);
-    std::snprintf(buf + n, sizeof buf - n, ".%03ld", now.tv_nsec / 1000000);
+    char date[32];
+    std::strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", &local);
+    char zone[8];
+    std::strftime(zone, sizeof zone, "%z", &local); // "+0100"
+    char buf[64];
+    std::snprintf(buf, sizeof buf, "%s.%03ld%.3s:%.2s", date, now.tv_nsec / 1000000, zone,
+                  zone + 3);
     return buf;
+}
+
+struct watch_options {
+    uint32_t count = 0; // 0: until a signal
+    bool json = false;
+    bool enable_events = false;
+    watch_filter filter;
+};
+
+bool parse_options(const std::vector<std::string> &args, watch_options *o, std::string *why) {
+    std::vector<std::string> rest;
+    if (!parse_watch_filter(args, &o->filter, &rest, why)) {
+        return false;
+    }
+    for (std::size_t i = 0; i < rest.size(); ++i) {
+        const std::string &a = rest[i];
+        if (a == "--json" || a == "-j") {
+            o->json = true;
+        } else if (a == "--enable-events") {
+            o->enable_events = true;
+        } else if (a == "--count") {
+            if (i + 1 >= rest.size()) {
+                *why = "missing arguments; usage: watch --count N";
+                return false;
+            }
+            if (!arg_number("N", rest[++i], 1, 0x7fffffff, &o->count, why)) {
+                return false;
+            }
+        } else {
+            *why = "ARGUMENT \"" + a +
+                   "\" is none of --count, --json, --enable-events, port, oui, family";
+            return false;
+        }
+    }
+    return true;
+}
+
+// The keyspace events the subscription needs: there, turned on when asked,
+// or a refusal that says which flags are missing and how to set them. A
+// server that will not show its configuration is taken at its word.
+int check_events(const tool_context &t, const watch_options &o) {
+    const auto probe = connect_or_report(t);
+    if (!probe) {
+        return EXIT_CONNECT;
+    }
+    std::string missing;
+    std::string wanted;
+    if (!probe->missing_keyspace_events(&missing, &wanted)) {
+        std::fprintf(stderr,
+                     "vvlanctl: watch: cannot read notify-keyspace-events (%s): watching as if "
+                     "its flags K, g, $, x and e were on\n",
+                     printable(probe->error()).c_str());
+        return EXIT_FINE;
+    }
+    if (missing.empty()) {
+        return EXIT_FINE;
+    }
+    if (o.enable_events) {
+        return probe->set_keyspace_events(wanted) ? EXIT_FINE : lost(t, *probe);
+    }
+    return fail(t, EXIT_NOT_DONE,
+                "the server's notify-keyspace-events lacks the flags \"" + missing +
+                    "\": set them with redis-cli CONFIG SET notify-keyspace-events \"" + wanted +
+                    "\" (or run vvlanctl watch --enable-events)");
+}
+
+// One event as a line of JSON: the fields of the text line, apart.
+std::string json_line(const std::string &stamp, int db, const std::string &event,
+                      const std::string &key, const std::string &text) {
+    const auto f = family_of_key(key);
+    const auto port = port_of_key(key);
+    std::string out = "{\"schema_version\":1,\"time\":" + json_quote(stamp);
+    out += ",\"db\":" + std::to_string(db);
+    out += ",\"event\":" + json_quote(event);
+    out += ",\"key\":" + json_quote(key);
+    out += ",\"family\":";
+    out += f ? json_quote(family_decl(*f).name) : "null";
+    out += ",\"port\":";
+    out += port ? std::to_string(*port) : "null";
+    out += ",\"text\":" + json_quote(text);
+    out += "}";
+    return out;
 }
 
 // Every family's keys start with "/bri"; the debug key is the one other.
@@ -92,19 +186,10 @@ bool split_channel(const std::string &channel, int *db, std::string *key) {
 } // namespace
 
 int cmd_watch(const tool_context &t) {
-    uint32_t count = 0; // 0: until a signal
+    watch_options o;
     std::string why;
-    const auto &a = t.args;
-    if (!a.empty()) {
-        if (a[0] != "--count") {
-            return fail(t, EXIT_USAGE, "ARGUMENT \"" + a[0] + "\" is not --count");
-        }
-        if (a.size() != 2) {
-            return fail(t, EXIT_USAGE, "usage: watch [--count N]");
-        }
-        if (!arg_number("N", a[1], 1, 0x7fffffff, &count, &why)) {
-            return fail(t, EXIT_USAGE, why);
-        }
+    if (!parse_options(t.args, &o, &why)) {
+        return fail(t, EXIT_USAGE, why);
     }
     if (!ports_init(&why)) {
         return fail(t, EXIT_CONNECT, why);
@@ -118,7 +203,10 @@ int cmd_watch(const tool_context &t) {
         return EXIT_CONNECT;
     }
     snapshot s;
-    if (!fetcher->enable_keyspace_events() || !read_snapshot(*fetcher, &s)) {
+    if (const int events = check_events(t, o); events != EXIT_FINE) {
+        return events;
+    }
+    if (!read_snapshot(*fetcher, &s)) {
         return lost(t, *fetcher);
     }
     event_context ctx;
@@ -151,11 +239,11 @@ int cmd_watch(const tool_context &t) {
             return fail(t, EXIT_CONNECT, "the subscription was refused or lost");
         }
     }
-    std::fprintf(stderr, "vvlanctl: watching %s\n", t.address.describe().c_str());
+    std::fprintf(stderr, "vvlanctl: watching %s\n", printable(t.address.describe()).c_str());
     std::fflush(stderr);
 
     uint32_t seen = 0;
-    while (count == 0 || seen < count) {
+    while (o.count == 0 || seen < o.count) {
         reply_ptr r;
         const next n = read_reply(c, &r);
         if (n == next::STOPPED) {
@@ -174,9 +262,21 @@ int cmd_watch(const tool_context &t) {
         if (!split_channel(channel, &db, &key)) {
             continue;
         }
+        // Every event keeps the OUI table current, shown or not.
         const std::string line = event_line(ctx, db, event, key);
-        std::printf("%s %s\n", timestamp().c_str(), printable(line).c_str());
-        std::fflush(stdout);
+        if (!o.filter.matches(key)) {
+            continue;
+        }
+        const std::string stamp = timestamp();
+        if (o.json) {
+            std::printf("%s\n", json_line(stamp, db, event, key, line).c_str());
+        } else {
+            std::printf("%s %s\n", stamp.c_str(), printable(line).c_str());
+        }
+        // A reader that went away (| head -1) ends the tool here.
+        if (!flush_output()) {
+            return EXIT_UNKNOWN;
+        }
         ++seen;
     }
     return EXIT_FINE;

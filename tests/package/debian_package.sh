@@ -43,7 +43,9 @@ expected=(./usr/sbin/dov_vvlan ./usr/lib/dov-vvlan/libtukredis.so ./usr/lib/dov-
     ./usr/share/doc/dov-vvlan/copyright ./usr/lib/sysusers.d/dov_vvlan.conf
     ./usr/lib/tmpfiles.d/dov_vvlan.conf ./usr/share/doc/dov-vvlan/examples/unix-socket-only.conf)
 if [[ ${WITH_VVLANCTL:-0} == 1 ]]; then
-    expected+=(./usr/bin/vvlanctl ./usr/share/man/man1/vvlanctl.1.gz)
+    expected+=(./usr/bin/vvlanctl ./usr/share/man/man1/vvlanctl.1.gz
+        ./usr/share/dov_vvlan/schema/watch.schema.json
+        ./usr/share/bash-completion/completions/vvlanctl)
 fi
 listing=$(dpkg-deb -c "$deb" | awk '{print $6}')
 for f in "${expected[@]}"; do

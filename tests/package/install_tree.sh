@@ -29,7 +29,8 @@ expected=(
     share/doc/dov_vvlan/LICENSE share/doc/dov_vvlan/THIRD-PARTY-NOTICES
 )
 if [[ ${WITH_VVLANCTL:-0} == 1 ]]; then
-    expected+=(bin/vvlanctl)
+    expected+=(bin/vvlanctl share/dov_vvlan/schema/watch.schema.json
+        share/bash-completion/completions/vvlanctl)
 fi
 for page in "$source"/man/*.[1-9]; do
     expected+=("share/man/man${page##*.}/$(basename "$page")")

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// vvlanctl's arguments: every bad one of every command exits 2, names the
+// vvlanctl's arguments: every bad one of every command exits 3, names the
 // argument in one line, and leaves both databases as they were; help,
 // version, and the connection's own statuses.
 #include "ctl_fixture.h"
@@ -23,16 +23,23 @@ const std::map<std::string, std::vector<bad_case>> BAD = {
       {{}, "no command"},
       {{"-p", "99999", "show"}, "PORT \"99999\""},
       {{"-p", "x", "show"}, "PORT \"x\""},
-      {{"-h", "localhost", "-s", "/x", "show"}, "exclude"}}},
+      {{"-h", "localhost", "-s", "/x", "show"}, "exclude"},
+      // redis-cli's -h is the host; alone it was meant as help.
+      {{"-h"}, "help is --help"}}},
     {"show", {{{"show", "--jsn"}, "\"--jsn\""}, {{"show", "extra"}, "\"extra\""}}},
     {"check", {{{"check", "--yaml"}, "\"--yaml\""}}},
     {"watch",
      {{{"watch", "--count"}, "usage"},
       {{"watch", "--count", "0"}, "N \"0\""},
       {{"watch", "--count", "x"}, "N \"x\""},
-      {{"watch", "-n", "3"}, "\"-n\""}}},
+      {{"watch", "-n", "3"}, "\"-n\""},
+      {{"watch", "port", "53"}, "IFX \"53\""},
+      {{"watch", "oui", "00e0bb"}, "OUI \"00e0bb\""},
+      {{"watch", "family", "vlan"}, "NAME \"vlan\""},
+      {{"watch", "port", "5", "port", "6"}, "twice"},
+      {{"watch", "family"}, "missing"}}},
     {"set",
-     {{{"set"}, "WHAT \"\""},
+     {{{"set"}, "missing"},
       {{"set", "vlan", "5"}, "WHAT \"vlan\""},
       {{"set", "vid"}, "missing"},
       {{"set", "vid", "0"}, "VLAN \"0\""},
@@ -47,11 +54,13 @@ const std::map<std::string, std::vector<bad_case>> BAD = {
       {{"set", "cos", "5"}, "missing"},
       {{"set", "security", "maybe"}, "STATE \"maybe\""},
       {{"set", "auto", "53"}, "IFX \"53\""},
-      {{"set", "auto", "x"}, "IFX \"x\""}}},
+      {{"set", "auto", "x"}, "IFX \"x\""},
+      {{"set", "vid", "100", "--replace", "200"}, "too many"}}},
     {"unset",
      {{{"unset", "aging"}, "WHAT \"aging\""},
       {{"unset", "vid", "5000"}, "VLAN \"5000\""},
-      {{"unset", "auto", "-1"}, "IFX \"-1\""}}},
+      {{"unset", "auto", "-1"}, "IFX \"-1\""},
+      {{"unset", "vid", "100", "--replace"}, "--replace applies to set only"}}},
     {"add",
      {{{"add", "port", "1"}, "WHAT \"port\""},
       {{"add", "oui", "00e0bb"}, "OUI \"00e0bb\""},
@@ -107,7 +116,7 @@ class ArgumentsTest : public CtlTest {
                                                  {{"TUKREDIS_SOCKET", server().socket_path()}})
                                       : ctl(c.args);
             const std::string what = join(c.args);
-            EXPECT_EQ(r.status, 2) << what << "\n" << r.err;
+            EXPECT_EQ(r.status, 3) << what << "\n" << r.err;
             EXPECT_EQ(r.out, "") << what;
             EXPECT_EQ(r.err.rfind("vvlanctl: ", 0), 0u) << what << ": " << r.err;
             EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << what << ": one line, not " << r.err;
@@ -191,10 +200,19 @@ TEST_F(HelpTest, EveryCommandAnswersHelp) {
     EXPECT_EQ(check.out.find("Do:") != std::string::npos, true);
 }
 
-TEST_F(HelpTest, VersionIsTheProjects) {
+// One exit-status table, in the monitoring plugins' terms, for every command.
+TEST_F(HelpTest, HelpStatesTheExitStatusTable) {
+    const tool_result top = run_tool(server().dir(), {"--help"});
+    for (const char *row : {"0  success; check: OK", "1  check: WARNING", "2  check: CRITICAL",
+                            "3  UNKNOWN: bad usage or input", "SIGPIPE"}) {
+        EXPECT_NE(top.out.find(row), std::string::npos) << row << " not in\n" << top.out;
+    }
+}
+
+TEST_F(HelpTest, VersionNamesTheToolAndTheProjects) {
     const tool_result r = run_tool(server().dir(), {"--version"});
     EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out.rfind("dov_vvlan " VVLANCTL_TEST_VERSION " (", 0), 0u) << r.out;
+    EXPECT_EQ(r.out.rfind("vvlanctl from dov_vvlan " VVLANCTL_TEST_VERSION " (", 0), 0u) << r.out;
     EXPECT_EQ(r.out.back(), '\n');
 }
 
@@ -222,7 +240,7 @@ TEST_F(HelpTest, EnvironmentNamesTheServer) {
     EXPECT_TRUE(db1("/bridge/vvlan/vid/100").has_value());
     const tool_result bad =
         run_tool(server().dir(), {"show"}, {{"TUKREDIS_SOCKET", ""}, {"TUKREDIS_PORT", "0"}});
-    EXPECT_EQ(bad.status, 2) << bad.err;
+    EXPECT_EQ(bad.status, 3) << bad.err;
     EXPECT_NE(bad.err.find("TUKREDIS_PORT \"0\""), std::string::npos) << bad.err;
 }
 

@@ -75,7 +75,7 @@ TEST_F(AuthTest, UrlsThatSayTooLittleOrTooMuchAreRefused) {
          {"http://host", "redis://", "redis://host:0", "redis://host/1", "unix://relative.sock"}) {
         const tool_result r =
             run_tool(server().dir(), {"-u", url, "show"}, {}, integration::patience(20s));
-        EXPECT_EQ(r.status, 2) << url << ": " << r.err;
+        EXPECT_EQ(r.status, 3) << url << ": " << r.err;
         EXPECT_NE(r.err.find("URL"), std::string::npos) << url << ": " << r.err;
     }
 }

@@ -55,8 +55,9 @@ TEST_F(DriveTest, SettingsAreWrittenAsTheManagementPlaneWritesThem) {
 
 TEST_F(DriveTest, SecurityOffDeletesEveryKeyOfTheMode) {
     start_daemon(false);
-    cfg_set("/bridge/vvlan/secu_mode/other", "");
     ok({"set", "security", "on"});
+    // Another management plane's key of the same mode.
+    cfg_set("/bridge/vvlan/secu_mode/other", "");
     ok({"set", "security", "off"});
     EXPECT_TRUE(redis().keys(1, "/bridge/vvlan/secu_mode/*").empty());
 }

@@ -179,7 +179,7 @@ TEST_F(ShowTest, PortMapIsHonouredAsByTheDaemon) {
     EXPECT_NE(text.out.find("  5    40     yes   yes     yes"), std::string::npos) << text.out;
     // phyid 6 is no port under this map.
     const tool_result bad = ctl({"learn", "100", "6", "00e0bb123456"}, env);
-    EXPECT_EQ(bad.status, 2) << bad.err;
+    EXPECT_EQ(bad.status, 3) << bad.err;
 }
 
 // Values come from whoever can write to the server: printed as text, none

@@ -61,6 +61,20 @@ tool_process::~tool_process() {
 }
 
 void tool_process::start() {
+    spawn(-1);
+}
+
+int tool_process::start_piped() {
+    int fds[2];
+    if (pipe2(fds, O_CLOEXEC) != 0) {
+        throw std::runtime_error("pipe failed");
+    }
+    spawn(fds[1]);
+    close(fds[1]);
+    return fds[0];
+}
+
+void tool_process::spawn(int out_fd) {
     std::vector<std::string> argv = tool_emulator();
     argv.push_back(tool_binary());
     argv.insert(argv.end(), args_.begin(), args_.end());
@@ -69,7 +83,8 @@ void tool_process::start() {
         throw std::runtime_error("fork failed");
     }
     if (pid == 0) {
-        const int out = open(out_path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        const int out =
+            out_fd >= 0 ? out_fd : open(out_path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
         const int err = open(err_path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
         const int null = open("/dev/null", O_RDONLY);
         dup2(null, 0);

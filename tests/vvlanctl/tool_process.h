@@ -30,6 +30,15 @@ class tool_process {
     tool_process &operator=(const tool_process &) = delete;
 
     void start();
+    // Standard output to path instead (a device such as /dev/full), from the
+    // next start().
+    void output_to(std::string path) { out_path_ = std::move(path); }
+    // Starts with standard output into a pipe, as "vvlanctl ... | reader";
+    // returns the pipe's read end, which the caller reads and closes.
+    int start_piped();
+    // Starts with standard output on fd (a copy: the caller keeps and closes
+    // its own), for example a pipe whose reader is gone already.
+    void start_writing_to(int fd) { spawn(fd); }
     // The exit status, or -1 if it is still running at the deadline.
     int wait_exit(std::chrono::milliseconds deadline);
     void signal(int sig);
@@ -37,6 +46,7 @@ class tool_process {
     std::string err() const;
 
   private:
+    void spawn(int out_fd); // out_fd < 0: out_path_
     std::string out_path_;
     std::string err_path_;
     std::vector<std::string> args_;
