@@ -14,6 +14,14 @@
 #                       ON to try a 1.x minor version not in the list
 set(DOV_VVLAN_HIREDIS_VERIFIED "0.14;1.2;1.3")
 
+# A tree reconfigured with another CMAKE_PREFIX_PATH looks again, instead of
+# keeping the hiredis its cache found before.
+if(DEFINED DOV_VVLAN_HIREDIS_PREFIX_SEEN AND NOT "${CMAKE_PREFIX_PATH}" STREQUAL "${DOV_VVLAN_HIREDIS_PREFIX_SEEN}")
+    unset(HIREDIS_INCLUDE_DIR CACHE)
+    unset(HIREDIS_LIBRARY CACHE)
+    unset(HIREDIS_SSL_LIBRARY CACHE)
+endif()
+set(DOV_VVLAN_HIREDIS_PREFIX_SEEN "${CMAKE_PREFIX_PATH}" CACHE INTERNAL "")
 find_path(HIREDIS_INCLUDE_DIR hiredis/hiredis.h REQUIRED)
 find_library(HIREDIS_LIBRARY NAMES hiredis REQUIRED)
 
