@@ -18,10 +18,10 @@ struct command_entry {
 };
 
 const command_entry COMMANDS[] = {
-    {"show", cmd_show},   {"check", cmd_check},   {"watch", cmd_watch},     {"set", cmd_write},
-    {"unset", cmd_write}, {"add", cmd_write},     {"del", cmd_write},       {"learn", cmd_write},
-    {"age", cmd_write},   {"specify", cmd_write}, {"unspecify", cmd_write}, {"debug", cmd_write},
-    {"sync", cmd_sync},
+    {"show", cmd_show},   {"check", cmd_check},     {"watch", cmd_watch},     {"set", cmd_write},
+    {"unset", cmd_write}, {"add", cmd_write},       {"del", cmd_write},       {"learn", cmd_write},
+    {"age", cmd_write},   {"specify", cmd_write},   {"unspecify", cmd_write}, {"debug", cmd_write},
+    {"sync", cmd_sync},   {"metrics", cmd_metrics},
 };
 
 int usage(const std::string &why) {
@@ -81,6 +81,7 @@ int main(int argc, char **argv) {
     std::string user_opt;
     std::string pass_opt;
     std::string url_opt;
+    bool json = false;
     int i = 1;
     for (; i < argc && argv[i][0] == '-'; ++i) {
         const std::string arg = argv[i];
@@ -94,6 +95,10 @@ int main(int argc, char **argv) {
             // one build say so.
             std::printf("%s\n", dov_vvlan_version);
             return EXIT_FINE;
+        }
+        if (arg == "-j" || arg == "--json") {
+            json = true;
+            continue;
         }
         if (option_value(argc, argv, &i, "-s", "--socket", &socket_opt, &why) ||
             option_value(argc, argv, &i, "-h", "--host", &host_opt, &why) ||
@@ -129,6 +134,7 @@ int main(int argc, char **argv) {
     }
     tool_context t;
     t.command = argv[i];
+    t.json = json;
     for (int k = i + 1; k < argc; ++k) {
         t.args.emplace_back(argv[k]);
     }

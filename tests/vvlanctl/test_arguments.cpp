@@ -107,7 +107,8 @@ class ArgumentsTest : public CtlTest {
                                                  {{"TUKREDIS_SOCKET", server().socket_path()}})
                                       : ctl(c.args);
             const std::string what = join(c.args);
-            EXPECT_EQ(r.status, 2) << what << "\n" << r.err;
+            // check's bad usage is a monitoring plugin's UNKNOWN.
+            EXPECT_EQ(r.status, group == "check" ? 3 : 2) << what << "\n" << r.err;
             EXPECT_EQ(r.out, "") << what;
             EXPECT_EQ(r.err.rfind("vvlanctl: ", 0), 0u) << what << ": " << r.err;
             EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << what << ": one line, not " << r.err;
