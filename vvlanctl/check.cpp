@@ -55,11 +55,11 @@ void port_findings(const snapshot &s, const port_view &p, std::vector<finding> *
         if (p.joined) {
             what += (what.empty() ? "" : " and ") + mode2_key;
         }
-        out->push_back(
-            {"joined_not_auto", severity::warning, p.ifx,
-             what + " on port " + ifx + ", which has no " +
-                 port_oper_key(p.ifx, PORT_MODE_AUTO).c_str() + " in database 1",
-             "vvlanctl set auto " + ifx + " until the port's addresses age out, then unset it"});
+        out->push_back({"joined_not_auto", severity::warning, p.ifx,
+                        what + " on port " + ifx + ", which has no " +
+                            port_oper_key(p.ifx, PORT_MODE_AUTO).c_str() + " in database 1",
+                        "vvlanctl set auto " + ifx +
+                            "; then leave it so until the port's addresses have aged"});
     }
     // The aging thread removes the mode 2 key with the join request; a mode
     // 2 key alone was left by a daemon that is gone or restarted.
@@ -115,13 +115,13 @@ void security_findings(const snapshot &s, std::vector<finding> *out) {
         differs(out, std::nullopt,
                 "security mode configured on with the voice VLAN enabled, but no " + key +
                     " in database 0",
-                "vvlanctl unset security; vvlanctl set security on");
+                "vvlanctl set security off; vvlanctl set security on");
     } else if (!expected && s.applied_security) {
         stale(out, std::nullopt,
               key + " published in database 0, but database 1 configures the security mode " +
                   (s.cfg_security ? "on with no voice VLAN" : "off"),
-              s.cfg_security ? "vvlanctl unset security; vvlanctl set security on"
-                             : "vvlanctl set security on; vvlanctl unset security");
+              s.cfg_security ? "vvlanctl set security off; vvlanctl set security on"
+                             : "vvlanctl set security on; vvlanctl set security off");
     }
 }
 
