@@ -1,9 +1,16 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "vendor_names.h"
 
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <set>
+#include <string_view>
 
 namespace {
 
@@ -47,37 +54,50 @@ vendor_names::vendor_names(const std::vector<mac_addr> &wanted) {
     if (wanted.empty()) {
         return;
     }
-    std::set<std::string> want;
+    std::set<std::string, std::less<>> want;
     for (const mac_addr &m : wanted) {
         want.insert(prefix_of(m));
     }
     const char *dir = std::getenv("VVLANCTL_IEEE_DATA");
     const std::string path =
         std::string(dir != nullptr && dir[0] != '\0' ? dir : IEEE_DATA_DIR) + "/oui.csv";
-    FILE *f = std::fopen(path.c_str(), "r");
-    if (f == nullptr) {
+    // The registry is a few megabytes, read once per show: mapped, and only
+    // each line's second field looked at, "Registry,Assignment,...".
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
         return;
     }
-    std::string line;
-    char buf[512];
-    while (std::fgets(buf, sizeof buf, f) != nullptr) {
-        line += buf;
-        if (line.empty() || line.back() != '\n') {
-            continue; // a longer line: read on
-        }
-        line.pop_back();
-        if (!line.empty() && line.back() == '\r') {
-            line.pop_back();
-        }
-        std::size_t at = 0;
-        csv_field(line, &at); // Registry
-        const std::string assignment = csv_field(line, &at);
-        if (want.count(assignment) != 0) {
-            names_[assignment] = csv_field(line, &at);
-        }
-        line.clear();
+    struct stat st {};
+    void *map = MAP_FAILED;
+    if (fstat(fd, &st) == 0 && st.st_size > 0) {
+        map = mmap(nullptr, static_cast<std::size_t>(st.st_size), PROT_READ, MAP_PRIVATE, fd, 0);
     }
-    std::fclose(f);
+    close(fd);
+    if (map == MAP_FAILED) {
+        return;
+    }
+    const std::string_view text(static_cast<const char *>(map),
+                                static_cast<std::size_t>(st.st_size));
+    const char *const begin = text.data();
+    const char *const stop = begin + text.size();
+    for (const char *line = begin; line < stop;) {
+        const char *end = static_cast<const char *>(std::memchr(line, '\n', stop - line));
+        if (end == nullptr) {
+            end = stop;
+        }
+        const char *comma = static_cast<const char *>(std::memchr(line, ',', end - line));
+        if (comma != nullptr && comma + 8 <= end && comma[7] == ',' &&
+            want.count(std::string_view(comma + 1, 6)) != 0) {
+            std::string one(line, end);
+            if (!one.empty() && one.back() == '\r') {
+                one.pop_back();
+            }
+            std::size_t field = static_cast<std::size_t>(comma - line) + 8;
+            names_[std::string(comma + 1, 6)] = csv_field(one, &field);
+        }
+        line = end + 1;
+    }
+    munmap(map, text.size());
 }
 
 std::optional<std::string> vendor_names::of(const mac_addr &m) const {
