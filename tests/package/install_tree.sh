@@ -30,6 +30,9 @@ expected=(
 )
 if [[ ${WITH_VVLANCTL:-0} == 1 ]]; then
     expected+=(bin/vvlanctl)
+    for schema in "$source"/vvlanctl/schema/*.schema.json; do
+        expected+=("share/dov_vvlan/schema/$(basename "$schema")")
+    done
 fi
 for page in "$source"/man/*.[1-9]; do
     expected+=("share/man/man${page##*.}/$(basename "$page")")
