@@ -272,8 +272,7 @@ void presence_findings(const snapshot &s, std::vector<finding> *out) {
         out->push_back({"daemon_presence_unknown", severity::warning, std::nullopt,
                         "the server refused its client list (" + p.refusal +
                             "): whether the daemon runs is not known",
-                        "allow this user CLIENT LIST (ACL +client|list), or name the "
-                        "command back if it is renamed"});
+                        "give this user CLIENT LIST (ACL +client|list)"});
         return;
     }
     if (p.state != daemon_state::subscribed) {

@@ -135,7 +135,7 @@ std::string settings_text(const snapshot &s) {
                     s.applied_cos_present)});
     g.row({"aging (min)",
            s.cfg_aging ? std::to_string(*s.cfg_aging)
-                       : std::to_string(DEFAULT_AGING_MINUTES) + " (default)",
+                       : std::to_string(DEFAULT_AGING_MINUTES) + " (the daemon's default)",
            "(not published)"});
     g.row({"load marker", s.cfg_marker.value_or("-"), s.applied_marker.value_or("-")});
     g.row({"debug level", "", s.debug_level.value_or("-")});

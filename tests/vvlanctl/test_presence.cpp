@@ -104,5 +104,40 @@ TEST_F(PresenceTest, SeveralConfiguredVoiceVlansAreReported) {
     EXPECT_NE(t.out.find("  id           100,200 (several)"), std::string::npos) << t.out;
 }
 
+// A phone that aged leaves its port joined until the aging thread's next
+// pass: normal operation, so check says so (info) and exits OK.
+TEST_F(PresenceTest, AgingWindowIsOk) {
+    start_daemon(false);
+    configure();
+    phone_joins();
+    ok({"age", "100", "6", "00e0bb123456"});
+    sync();
+    ASSERT_TRUE(db1(join_key(5)).has_value()) << "still joined within the aging time";
+    const tool_result r = ctl({"check"});
+    EXPECT_EQ(r.status, 0) << r.out << r.err;
+    EXPECT_EQ(kinds(r.out), std::vector<std::string>({"joined_without_voice_address port 5"}));
+    EXPECT_NE(r.out.find(": info: "), std::string::npos) << r.out;
+}
+
+// A user the server refuses CLIENT LIST cannot tell whether the daemon
+// runs: a warning that says so, and the rest of the audit as before.
+TEST_F(PresenceTest, ClientListRefusedIsAWarning) {
+    start_daemon(false);
+    configure();
+    ASSERT_EQ(redis()
+                  .command({"ACL", "SETUSER", "reader", "on", ">reader-pw", "~*", "&*", "+@all",
+                            "-client"})
+                  ->type,
+              REDIS_REPLY_STATUS);
+    const std::map<std::string, std::string> env = {{"TUKREDIS_USER", "reader"},
+                                                    {"TUKREDIS_PASSWORD", "reader-pw"}};
+    const tool_result r = ctl({"check"}, env);
+    EXPECT_EQ(r.status, 1) << r.out << r.err;
+    EXPECT_EQ(kinds(r.out), std::vector<std::string>({"daemon_presence_unknown"})) << r.out;
+    const tool_result s = ok({"show"}, env);
+    EXPECT_EQ(s.out.rfind("daemon: unknown (the server refused its client list: NOPERM", 0), 0u)
+        << s.out;
+}
+
 } // namespace
 } // namespace ctltest
