@@ -6,10 +6,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <set>
 #include <string_view>
 
 namespace {
@@ -18,6 +18,24 @@ std::string prefix_of(const mac_addr &m) {
     char buf[7];
     std::snprintf(buf, sizeof buf, "%02X%02X%02X", m[0], m[1], m[2]);
     return buf;
+}
+
+// Six upper-case hexadecimal digits, as the registry writes an assignment.
+std::optional<uint32_t> hex24(const char *p) {
+    uint32_t v = 0;
+    for (int i = 0; i < 6; ++i) {
+        const char c = p[i];
+        uint32_t d = 0;
+        if (c >= '0' && c <= '9') {
+            d = static_cast<uint32_t>(c - '0');
+        } else if (c >= 'A' && c <= 'F') {
+            d = static_cast<uint32_t>(c - 'A' + 10);
+        } else {
+            return std::nullopt;
+        }
+        v = v << 4 | d;
+    }
+    return v;
 }
 
 // One field of a CSV line from at, quotes and doubled quotes undone; at
@@ -54,10 +72,11 @@ vendor_names::vendor_names(const std::vector<mac_addr> &wanted) {
     if (wanted.empty()) {
         return;
     }
-    std::set<std::string, std::less<>> want;
+    std::vector<uint32_t> want;
     for (const mac_addr &m : wanted) {
-        want.insert(prefix_of(m));
+        want.push_back(static_cast<uint32_t>(m[0]) << 16 | static_cast<uint32_t>(m[1]) << 8 | m[2]);
     }
+    std::sort(want.begin(), want.end());
     const char *dir = std::getenv("VVLANCTL_IEEE_DATA");
     const std::string path =
         std::string(dir != nullptr && dir[0] != '\0' ? dir : IEEE_DATA_DIR) + "/oui.csv";
@@ -86,8 +105,9 @@ vendor_names::vendor_names(const std::vector<mac_addr> &wanted) {
             end = stop;
         }
         const char *comma = static_cast<const char *>(std::memchr(line, ',', end - line));
-        if (comma != nullptr && comma + 8 <= end && comma[7] == ',' &&
-            want.count(std::string_view(comma + 1, 6)) != 0) {
+        const auto key = comma != nullptr && comma + 8 <= end && comma[7] == ',' ? hex24(comma + 1)
+                                                                                 : std::nullopt;
+        if (key && std::binary_search(want.begin(), want.end(), *key)) {
             std::string one(line, end);
             if (!one.empty() && one.back() == '\r') {
                 one.pop_back();
