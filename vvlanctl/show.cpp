@@ -370,10 +370,25 @@ void presence_json(json_writer &j, const daemon_presence &p) {
     j.end_object();
 }
 
+namespace {
+
+// The daemon's line, then whether it has caught up: a marker whose copy
+// differs is a write it has not handled yet.
+std::string opening_text(const snapshot &s) {
+    std::string out = presence_text(s.presence);
+    out += "load marker: configured ";
+    out += printable(s.cfg_marker.value_or("-"));
+    out += ", applied ";
+    out += printable(s.applied_marker.value_or("-"));
+    return out + "\n";
+}
+
+} // namespace
+
 std::string show_text(const snapshot &s, const show_request &r) {
     switch (r.part) {
     case show_part::port:
-        return presence_text(s.presence) + "\n" + ports_text(s, r);
+        return opening_text(s) + "\n" + ports_text(s, r);
     case show_part::ouis:
         return ouis_text(s);
     case show_part::mac_vlan:
@@ -381,7 +396,7 @@ std::string show_text(const snapshot &s, const show_request &r) {
     case show_part::all:
         break;
     }
-    return presence_text(s.presence) + "\n" + settings_text(s) + "\n" + ouis_text(s) + "\n" +
+    return opening_text(s) + "\n" + settings_text(s) + "\n" + ouis_text(s) + "\n" +
            ports_text(s, r) + "\n" + mac_vlan_text(s);
 }
 

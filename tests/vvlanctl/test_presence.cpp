@@ -25,6 +25,8 @@ TEST_F(PresenceTest, RunningDaemonIsShownSubscribed) {
     configure();
     const tool_result r = ok({"show"});
     EXPECT_EQ(r.out.rfind("daemon: subscribed since 20", 0), 0u) << r.out;
+    EXPECT_NE(r.out.find(")\nload marker: configured 1002, applied 1002\n"), std::string::npos)
+        << r.out;
     const tool_result j = ok({"show", "--json"});
     EXPECT_NE(j.out.find(R"("state": "subscribed",
     "subscribed": true,)"),
