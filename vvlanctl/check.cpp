@@ -55,11 +55,15 @@ void port_findings(const snapshot &s, const port_view &p, std::vector<finding> *
         if (p.joined) {
             what += (what.empty() ? "" : " and ") + mode2_key;
         }
+        // Withdrawing a specified-OUI message does not make the daemon delete
+        // the join request (only a mode 1 delete or an aging does): the port
+        // is made automatic, which the message's join then agrees with.
+        const std::string advice =
+            "vvlanctl set auto " + ifx + "; then leave it so until the port's addresses have aged";
         out->push_back({"joined_not_auto", severity::warning, p.ifx,
                         what + " on port " + ifx + ", which has no " +
                             port_oper_key(p.ifx, PORT_MODE_AUTO).c_str() + " in database 1",
-                        "vvlanctl set auto " + ifx +
-                            "; then leave it so until the port's addresses have aged"});
+                        advice});
     }
     // The aging thread removes the mode 2 key with the join request; a mode
     // 2 key alone was left by a daemon that is gone or restarted.

@@ -138,6 +138,22 @@ TEST_F(AdviceTest, JoinedNotAuto) {
     EXPECT_FALSE(reported("joined_not_auto")) << ctl({"check"}).out;
 }
 
+// A specified-OUI message joins a port that is not automatic; withdrawing
+// it would leave the join request behind, making the port automatic does not.
+TEST_F(AdviceTest, JoinedNotAutoBySpecifiedOui) {
+    start_daemon(false);
+    configure();
+    ok({"specify", "00e0bb000000", "8"});
+    sync();
+    ASSERT_TRUE(db1(join_key(7)).has_value());
+    const std::string advice = advice_of("joined_not_auto port 7");
+    EXPECT_EQ(advice, "vvlanctl set auto 7; then leave it so until the port's addresses have aged");
+    follow(advice);
+    const tool_result r = ctl({"check"});
+    EXPECT_EQ(r.status, 0) << r.out;
+    EXPECT_EQ(r.out, "");
+}
+
 TEST_F(AdviceTest, JoinKeyMissing) {
     start_daemon(false);
     configure();
