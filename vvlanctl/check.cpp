@@ -45,7 +45,11 @@ void port_findings(const snapshot &s, const port_view &p, std::vector<finding> *
                         "voice-OUI address " + std::string(mac_colon(a.mac).data()) +
                             " learned on automatic port " + ifx +
                             " in the voice VLAN, but no join request " + join_key,
-                        "vvlanctl age " + learn + "; vvlanctl learn " + learn});
+                        // The port's count in the daemon may still hold the
+                        // address (a server restart): it starts from zero
+                        // again when the port leaves automatic mode.
+                        "vvlanctl age " + learn + "; vvlanctl unset auto " + ifx +
+                            "; vvlanctl set auto " + ifx + "; vvlanctl learn " + learn});
     }
     if (!p.auto_mode && (p.join_request || p.joined)) {
         std::string what;

@@ -161,9 +161,9 @@ voice_address_not_joined: a voice-OUI address learned on an automatic port
   Points at: a learning made while the daemon was disconnected or stopped
   (the re-synchronisation does not re-read MAC-learning keys), or a count
   that drifted after lost ageings.
-  Do: have the address learned again (age it and learn it: the forwarding
-  layer does so when the phone reconnects), or restart the daemon and then
-  relearn.
+  Do: age the address, unset and set the port's automatic mode (its count
+  starts from zero again: after a server restart it still holds the
+  address), then learn the address again.
 
 joined_not_auto: a join request or a mode 2 key on a port that is not in
   automatic mode.
