@@ -29,6 +29,7 @@ struct tool_context {
     std::vector<std::string> args;
     server_address address;
     conn_settings::credentials who; // AUTH sent when it has a password
+    bool json = false;              // -j/--json before the command
 };
 
 // "vvlanctl: <command>: <why>" on standard error; returns status.
@@ -44,3 +45,4 @@ int cmd_watch(const tool_context &t);
 // set, unset, add, del, learn, age, specify, unspecify, debug.
 int cmd_write(const tool_context &t);
 int cmd_sync(const tool_context &t);
+int cmd_metrics(const tool_context &t);

@@ -36,9 +36,13 @@ Authentication (AUTH before anything else; last that applies):
   process list: prefer REDISCLI_AUTH or a password file).
 
 Commands:
-  show [--json]            the voice VLAN as configured and as applied, and
-                           why each port is where it is
-  check [--json]           find the conditions that leave the voice VLAN wrong
+  show [port IFX | ouis | mac-vlan] [-j]  the voice VLAN as configured and
+                           as applied, whether the daemon follows it, and why
+                           each port is where it is
+  check [--probe] [-j]     find the conditions that leave the voice VLAN wrong
+                           (status as a monitoring plugin: 0 OK, 1 WARNING,
+                           2 CRITICAL, 3 UNKNOWN)
+  metrics                  the same in the Prometheus text format
   watch [--count N] [--json] [--enable-events] [port IFX] [oui OUI]
         [family NAME]      follow both databases, one decoded line per event
   set vid VLAN [--replace] | unset vid VLAN    voice VLAN on with that id, off
@@ -52,6 +56,9 @@ Commands:
   add mvlan INDEX MAC MASK VLAN | del mvlan INDEX  MAC-VLAN table entries
   debug LEVEL              the daemon's trace level (debugDovVVlan)
   sync [--timeout SECONDS] wait until the daemon has handled every write
+
+-j, --json before or after a reading command (show, check, watch) prints
+JSON; its schemas are installed under share/dov_vvlan/schema.
 
 Addresses: 12 hexadecimal digits, six pairs separated by ':' or '-', or
 aabb.ccdd.eeff.
@@ -71,13 +78,17 @@ plugins' OK, WARNING, CRITICAL and UNKNOWN):
 
 namespace {
 
-const char *const SHOW_HELP = R"(usage: vvlanctl show [--json]
+const char *const SHOW_HELP = R"(usage: vvlanctl show [port IFX | ouis | mac-vlan] [-j|--json]
 
-Reads both databases and prints:
+Reads both databases and the server's client list and prints:
+  - the daemon: subscribed (a connection holds its subscription patterns;
+    since when), connected but not subscribed, or not connected; the
+    published keys in database 0 carry no time to live and outlive it;
   - the voice VLAN: id and state, security mode, CoS/DSCP, aging time, the
     load-complete marker, as configured (database 1) and as applied
-    (database 0);
-  - the OUI table by slot, as the daemon's echoes in database 0 show it;
+    (database 0; the applied id is the one the daemon published);
+  - the OUI table by slot, as the daemon's echoes in database 0 show it,
+    with the vendor from the IEEE registry when ieee-data is installed;
   - every port that is automatic, joined (its mode 2 key
     /bridge/vvlan/port_oper/<ifx>/2 is in database 0) or has a join request
     (/bri/mac/macTblDyn_vvlan/<ifx> in database 1), with why: the voice-OUI
@@ -85,18 +96,63 @@ Reads both databases and prints:
     matches) and the specified-OUI messages that name it;
   - the MAC-VLAN entries (INDEX 0..127 is key number 256 + INDEX) and whether
     the OUI message of their slot is published.
+port IFX, ouis and mac-vlan print one part (port: with the daemon's state).
 
---json prints one object with exactly the members voice_vlan (configured_vid,
-applied_vid, enabled, security, cos, dscp, aging_minutes), ouis (slot, oui,
-mask), ports (ifx, auto, joined, join_request, voice_addresses: mac, phyid,
-oui_slot; specified_ouis) and mac_vlan (index, mac, mask, vlan, oui_message).
-aging_minutes is 1440 when no aging time is configured, as the daemon starts.
+--json: one object, schema_version 1, every value configured and applied
+side by side, null where there is none, addresses as 00:e0:bb:12:34:56
+(schema: show.schema.json, docs/vvlanctl-json.md).
 )";
 
-const char *const CHECK_HELP = R"(usage: vvlanctl check [--json]
+const char *const METRICS_HELP = R"(usage: vvlanctl metrics
 
-Audits both databases; one finding per line (--json: a list of objects with
-kind, ifx where it applies, and detail). Exit status 1 if there is any.
+Prints, in the Prometheus text exposition format, for node_exporter's
+textfile collector: whether the daemon is subscribed, the voice VLAN as
+configured and applied, OUI slots used, automatic and joined ports, voice
+addresses per port, check's findings by kind and severity and its status.
+  vvlanctl metrics > /var/lib/prometheus/node-exporter/dov_vvlan.prom.$$ &&
+  mv /var/lib/prometheus/node-exporter/dov_vvlan.prom.$$ \
+     /var/lib/prometheus/node-exporter/dov_vvlan.prom
+)";
+
+const char *const CHECK_HELP = R"(usage: vvlanctl check [--probe] [-j|--json]
+
+Audits both databases and the server's client list. One finding per line,
+"kind [port IFX]: severity: detail", then "  advice: " and the vvlanctl
+commands that clear it (--json: schema check.schema.json). While the daemon
+is not subscribed only that is reported: what it published is stale.
+--probe also writes the load-complete marker and waits 5 s for the daemon's
+copy (daemon_not_answering when none comes).
+
+Exit status, as monitoring plugins give it (Icinga, Nagios, Zabbix and
+Checkmk read it): 0 OK (nothing, or info only: an aging window is normal
+operation), 1 WARNING, 2 CRITICAL, 3 UNKNOWN (bad usage, no usable server,
+the output could not be written).
+
+Severities: critical: daemon_not_subscribed, daemon_not_answering,
+join_key_missing, voice_address_not_joined; warning: daemon_presence_unknown,
+several_voice_vlans, joined_not_auto, join_key_without_join,
+published_differs, applied_without_configuration, oui_message_without_entry;
+info: joined_without_voice_address.
+
+daemon_not_subscribed: no connection holds the daemon's subscription
+  patterns (its connections are named "tukredis" by the bus library).
+  Do: start the daemon, then sync.
+
+several_voice_vlans: more than one voice VLAN id key in database 1; the
+  daemon follows the last one written.
+  Do: set vid with the one wanted and --replace.
+
+join_key_without_join: a mode 2 key in database 0 without a join request.
+  Do: unset auto IFX, set auto IFX.
+
+applied_without_configuration: a database-0 copy (vid, secu_mode,
+  cos_dscp, an OUI echo, a mode 1 echo) whose configuration is gone; the
+  daemon withdraws a copy only when it sees its configuration deleted.
+  Do: write the setting and delete it again (the advice names both).
+
+oui_message_without_entry: a MAC-VLAN OUI message in database 0 that no
+  MAC-VLAN entry accounts for (a server restart, then a daemon restart).
+  Do: add a MAC-VLAN entry with that OUI in the voice VLAN and delete it.
 
 join_key_missing: a join request in database 1, no mode 2 key in database 0.
   Points at: every re-synchronisation (after any lost subscription: a server
@@ -124,9 +180,9 @@ voice_address_not_joined: a voice-OUI address learned on an automatic port
   Points at: a learning made while the daemon was disconnected or stopped
   (the re-synchronisation does not re-read MAC-learning keys), or a count
   that drifted after lost ageings.
-  Do: have the address learned again (age it and learn it: the forwarding
-  layer does so when the phone reconnects), or restart the daemon and then
-  relearn.
+  Do: age the address, unset and set the port's automatic mode (its count
+  starts from zero again: after a server restart it still holds the
+  address), then learn the address again.
 
 joined_not_auto: a join request or a mode 2 key on a port that is not in
   automatic mode.
@@ -137,9 +193,8 @@ joined_not_auto: a join request or a mode 2 key on a port that is not in
   until it ages out, or delete the join request as the management plane
   would.
 
-published_differs: a database-0 copy (vid, secu_mode, cos_dscp, an OUI echo,
-  a mode 1 echo) that the database-1 configuration no longer produces, or a
-  configuration whose copy is missing.
+published_differs: a database-0 copy that differs from the configuration,
+  or a configuration whose copy is missing.
   Points at: configuration deleted while the daemon was disconnected (the
   scan re-reads only keys that still exist, so a deleted security mode is
   published again); a deleted CoS/DSCP key, which is never withdrawn; an OUI
@@ -228,7 +283,7 @@ const entry HELPS[] = {
     {"set", WRITE_HELP},     {"unset", WRITE_HELP},     {"add", WRITE_HELP},
     {"del", WRITE_HELP},     {"learn", WRITE_HELP},     {"age", WRITE_HELP},
     {"specify", WRITE_HELP}, {"unspecify", WRITE_HELP}, {"debug", WRITE_HELP},
-    {"sync", SYNC_HELP},
+    {"sync", SYNC_HELP},     {"metrics", METRICS_HELP},
 };
 
 } // namespace

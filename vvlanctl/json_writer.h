@@ -10,6 +10,10 @@
 #include <string_view>
 #include <vector>
 
+// The version of every JSON document vvlanctl prints: raised only when a
+// member changes meaning or goes; new members keep it.
+inline constexpr int JSON_SCHEMA_VERSION = 1;
+
 class json_writer {
   public:
     void begin_object();

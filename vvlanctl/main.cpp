@@ -19,10 +19,10 @@ struct command_entry {
 };
 
 const command_entry COMMANDS[] = {
-    {"show", cmd_show},   {"check", cmd_check},   {"watch", cmd_watch},     {"set", cmd_write},
-    {"unset", cmd_write}, {"add", cmd_write},     {"del", cmd_write},       {"learn", cmd_write},
-    {"age", cmd_write},   {"specify", cmd_write}, {"unspecify", cmd_write}, {"debug", cmd_write},
-    {"sync", cmd_sync},
+    {"show", cmd_show},   {"check", cmd_check},     {"watch", cmd_watch},     {"set", cmd_write},
+    {"unset", cmd_write}, {"add", cmd_write},       {"del", cmd_write},       {"learn", cmd_write},
+    {"age", cmd_write},   {"specify", cmd_write},   {"unspecify", cmd_write}, {"debug", cmd_write},
+    {"sync", cmd_sync},   {"metrics", cmd_metrics},
 };
 
 int usage(const std::string &why) {
@@ -93,6 +93,7 @@ int main(int argc, char **argv) {
     std::string pass_opt;
     std::string url_opt;
     conn_settings::address_options tls_opt; // --tls and its files
+    bool json = false;
     int i = 1;
     for (; i < argc && argv[i][0] == '-'; ++i) {
         const std::string arg = argv[i];
@@ -106,6 +107,10 @@ int main(int argc, char **argv) {
             // a tool and a daemon from one build say the same.
             std::printf("vvlanctl from %s\n", dov_vvlan_version);
             return finish_output(EXIT_FINE);
+        }
+        if (arg == "-j" || arg == "--json") {
+            json = true;
+            continue;
         }
         if (option_value(argc, argv, &i, "-s", "--socket", &socket_opt, &why) ||
             option_value(argc, argv, &i, "-h", "--host", &host_opt, &why) ||
@@ -152,6 +157,7 @@ int main(int argc, char **argv) {
     }
     tool_context t;
     t.command = argv[i];
+    t.json = json;
     for (int k = i + 1; k < argc; ++k) {
         t.args.emplace_back(argv[k]);
     }

@@ -34,6 +34,15 @@ bool reader_gone(int error) {
     std::_Exit(128 + SIGPIPE);
 }
 
+bool output_failed(int error) {
+    if (reader_gone(error)) {
+        die_of_sigpipe();
+    }
+    std::fprintf(stderr, "vvlanctl: error writing the output: %s\n",
+                 error != 0 ? std::strerror(error) : "write failed");
+    return false;
+}
+
 } // namespace
 
 bool flush_output() {
@@ -43,12 +52,15 @@ bool flush_output() {
     if (flushed && std::ferror(stdout) == 0) {
         return true;
     }
-    if (reader_gone(error)) {
-        die_of_sigpipe();
+    return output_failed(error);
+}
+
+bool write_output(std::string_view bytes) {
+    errno = 0;
+    if (std::fwrite(bytes.data(), 1, bytes.size(), stdout) != bytes.size()) {
+        return output_failed(errno);
     }
-    std::fprintf(stderr, "vvlanctl: error writing the output: %s\n",
-                 error != 0 ? std::strerror(error) : "write failed");
-    return false;
+    return flush_output();
 }
 
 int finish_output(int status) {

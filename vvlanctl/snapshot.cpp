@@ -57,7 +57,23 @@ struct pending {
 } // namespace
 
 std::optional<uint16_t> snapshot::voice_vid() const {
-    if (cfg_vids.empty()) {
+    if (applied_vids.size() == 1) {
+        return applied_vids.begin()->first;
+    }
+    std::optional<uint16_t> found;
+    for (const auto &[vid, idx] : applied_vids) {
+        if (std::binary_search(cfg_vids.begin(), cfg_vids.end(), vid)) {
+            if (found) {
+                return std::nullopt;
+            }
+            found = vid;
+        }
+    }
+    return found;
+}
+
+std::optional<uint16_t> snapshot::configured_vid() const {
+    if (cfg_vids.size() != 1) {
         return std::nullopt;
     }
     return cfg_vids.front();
@@ -281,6 +297,10 @@ bool read_snapshot(connection &conn, snapshot *out) {
               [](const mac_vlan_entry &a, const mac_vlan_entry &b) { return a.number < b.number; });
     s.applied_marker = p0.values[marker0_at];
     s.debug_level = p0.values[debug_at];
+    s.presence = read_presence(conn);
+    if (conn.failed()) {
+        return false;
+    }
     *out = std::move(s);
     return true;
 }

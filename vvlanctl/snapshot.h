@@ -12,8 +12,12 @@
 #include <vector>
 
 #include "connection.h"
+#include "presence.h"
 #include "wire/mac_addr.h"
 #include "wire/values.h"
+
+// Slots of the daemon's voice OUI table.
+inline constexpr std::size_t OUI_SLOTS = 124;
 
 struct configured_oui {
     mac_addr key_mac; // as the key names it
@@ -80,9 +84,16 @@ class snapshot {
     std::optional<std::string> applied_marker;
     std::optional<std::string> debug_level;
 
-    // The voice VLAN the daemon follows: the configured id (the lowest, if
-    // several keys exist), else none.
+    // The server's client list: whether the daemon still follows any of it.
+    daemon_presence presence;
+
+    // The voice VLAN the daemon applies, from its copy in database 0: the
+    // one vid key there, or, while an old key waits for its delete, the one
+    // of them still configured. None when that does not settle it.
     std::optional<uint16_t> voice_vid() const;
+    // The voice VLAN the management plane configures: the one vid key of
+    // database 1 (none when there are none or several).
+    std::optional<uint16_t> configured_vid() const;
     // The lowest slot whose record matches the address under its mask, as
     // the daemon matches a learned address.
     std::optional<uint16_t> voice_slot(const mac_addr &mac) const;

@@ -120,6 +120,12 @@ context_ptr open_bus_connection(const server_address &address, std::chrono::mill
     if (!authenticate(context.get(), who, io_deadline(timeout), why)) {
         return nullptr;
     }
+    // Named, so that an operator's tools can tell the bus library's
+    // connections in the server's client list. A server or user that
+    // refuses CLIENT SETNAME leaves the connection unnamed, nothing worse.
+    if (!round_trip(context.get(), {"CLIENT", "SETNAME", "tukredis"}, io_deadline(timeout), why)) {
+        return nullptr;
+    }
     if (!ensure_notify_flags(context.get(), io_deadline(timeout), why)) {
         return nullptr;
     }

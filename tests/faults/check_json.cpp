@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// A reader for the one JSON shape `vvlanctl check --json` prints: a list of
-// flat objects. Strings, numbers, booleans and null are accepted as member
-// values; only "kind" and "ifx" are kept.
+// A reader for the one JSON shape `vvlanctl check --json` prints: an object
+// whose member "findings" is a list of flat objects. Strings, numbers, booleans and null are
+// accepted as member values; only "kind" and "ifx" are kept.
 #include <cctype>
 #include <cstdlib>
 #include <stdexcept>
@@ -16,12 +16,73 @@ class reader {
   public:
     explicit reader(std::string_view text) : text_(text) {}
 
+    // {"schema_version": 1, ..., "findings": [...]}: the other members are
+    // skipped, whatever their shape.
+    findings document() {
+        findings out;
+        bool seen = false;
+        expect('{');
+        for (;;) {
+            const std::string name = string();
+            expect(':');
+            if (name == "findings") {
+                out = list();
+                seen = true;
+            } else {
+                skip_value();
+            }
+            if (peek() == ',') {
+                ++pos_;
+                continue;
+            }
+            expect('}');
+            break;
+        }
+        if (!seen) {
+            fail("a member \"findings\"");
+        }
+        if (peek() != '\0') {
+            fail("text after the object");
+        }
+        return out;
+    }
+
+  private:
+    void skip_value() {
+        const char c = peek();
+        if (c == '"') {
+            string();
+        } else if (c == '{' || c == '[') {
+            const char close = c == '{' ? '}' : ']';
+            ++pos_;
+            if (peek() == close) {
+                ++pos_;
+                return;
+            }
+            for (;;) {
+                if (close == '}') {
+                    string();
+                    expect(':');
+                }
+                skip_value();
+                if (peek() == ',') {
+                    ++pos_;
+                    continue;
+                }
+                expect(close);
+                return;
+            }
+        } else {
+            bare();
+        }
+    }
+
     findings list() {
         findings out;
         expect('[');
         if (peek() == ']') {
             ++pos_;
-            return end(out);
+            return out;
         }
         for (;;) {
             out.insert(object());
@@ -30,16 +91,8 @@ class reader {
                 continue;
             }
             expect(']');
-            return end(out);
+            return out;
         }
-    }
-
-  private:
-    findings &end(findings &out) {
-        if (peek() != '\0') {
-            fail("text after the list");
-        }
-        return out;
     }
 
     finding object() {
@@ -133,8 +186,21 @@ class reader {
 
 } // namespace
 
+int check_status_of(const findings &found) {
+    int status = 0;
+    for (const finding &f : found) {
+        if (f.kind == "join_key_missing" || f.kind == "voice_address_not_joined" ||
+            f.kind == "daemon_not_subscribed" || f.kind == "daemon_not_answering") {
+            status = 2;
+        } else if (f.kind != "joined_without_voice_address" && status < 2) {
+            status = 1;
+        }
+    }
+    return status;
+}
+
 findings parse_check_json(const std::string &text) {
-    return reader(text).list();
+    return reader(text).document();
 }
 
 } // namespace faults

@@ -229,6 +229,10 @@ std::optional<std::string> outside_key_set(const monitored_command &c) {
     if (name == "PING" && n == 1) {
         return std::nullopt;
     }
+    // The bus library names each connection it opens, for the client list.
+    if (name == "CLIENT" && n == 3 && c.argv[1] == "SETNAME" && c.argv[2] == "tukredis") {
+        return std::nullopt;
+    }
     if (name == "CONFIG" && n >= 3 && c.argv[2] == "notify-keyspace-events" &&
         ((c.argv[1] == "GET" && n == 3) || (c.argv[1] == "SET" && n == 4))) {
         return std::nullopt;

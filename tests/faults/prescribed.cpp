@@ -121,7 +121,8 @@ void prescribed_losses::deleted_oui_still_joins(int ifx) {
 
 void prescribed_losses::deleted_security_still_published() {
     add(DB_STATE, key_text(family_key(key_family::secu_mode)), "1", std::nullopt);
-    note("security mode deleted while disconnected, published again", "published_differs", -1);
+    note("security mode deleted while disconnected, published again",
+         "applied_without_configuration", -1);
 }
 
 } // namespace faults

@@ -20,9 +20,13 @@ struct check_result {
 // nullopt when vvlanctl is not built in this tree.
 std::optional<check_result> run_vvlanctl_check(const std::string &socket_path);
 
-// The findings in the JSON list `vvlanctl check --json` prints: objects
-// with "kind", "ifx" (where it applies) and "detail". Throws
-// std::runtime_error on text that is not such a list.
+// The findings in the JSON object `vvlanctl check --json` prints: its
+// member "findings", objects with "kind", "ifx" (null when none) and more.
+// Throws std::runtime_error on text that is not such an object.
 findings parse_check_json(const std::string &text);
+
+// The status check gives for these findings: the worst severity of their
+// kinds, 0 OK (none, or info only), 1 WARNING, 2 CRITICAL.
+int check_status_of(const findings &found);
 
 } // namespace faults

@@ -44,8 +44,10 @@ expected=(./usr/sbin/dov_vvlan ./usr/lib/dov-vvlan/libtukredis.so ./usr/lib/dov-
     ./usr/lib/tmpfiles.d/dov_vvlan.conf ./usr/share/doc/dov-vvlan/examples/unix-socket-only.conf)
 if [[ ${WITH_VVLANCTL:-0} == 1 ]]; then
     expected+=(./usr/bin/vvlanctl ./usr/share/man/man1/vvlanctl.1.gz
-        ./usr/share/dov_vvlan/schema/watch.schema.json
         ./usr/share/bash-completion/completions/vvlanctl)
+    for schema in "$source"/vvlanctl/schema/*.schema.json; do
+        expected+=("./usr/share/dov_vvlan/schema/$(basename "$schema")")
+    done
 fi
 listing=$(dpkg-deb -c "$deb" | awk '{print $6}')
 for f in "${expected[@]}"; do
@@ -137,7 +139,7 @@ if [[ -x $root/usr/bin/vvlanctl ]]; then
     "${ctl[@]}" set vid 100 || fail "packaged vvlanctl: set vid 100"
     "${ctl[@]}" sync || fail "packaged vvlanctl: sync (the daemon did not copy the marker)"
     show=$("${ctl[@]}" show --json) || fail "packaged vvlanctl: show --json"
-    grep -q '"applied_vid": 100' <<<"$show" ||
+    tr -d ' \n' <<<"$show" | grep -q '"vid":{"configured":100,"applied":100}' ||
         fail "packaged vvlanctl: the daemon's applied VLAN is not shown as 100: $show"
     "${ctl[@]}" check >"$SCRATCH/check.out" ||
         fail "packaged vvlanctl: check found something on a healthy system: $(cat "$SCRATCH/check.out")"

@@ -29,8 +29,10 @@ expected=(
     share/doc/dov_vvlan/LICENSE share/doc/dov_vvlan/THIRD-PARTY-NOTICES
 )
 if [[ ${WITH_VVLANCTL:-0} == 1 ]]; then
-    expected+=(bin/vvlanctl share/dov_vvlan/schema/watch.schema.json
-        share/bash-completion/completions/vvlanctl)
+    expected+=(bin/vvlanctl share/bash-completion/completions/vvlanctl)
+    for schema in "$source"/vvlanctl/schema/*.schema.json; do
+        expected+=("share/dov_vvlan/schema/$(basename "$schema")")
+    done
 fi
 for page in "$source"/man/*.[1-9]; do
     expected+=("share/man/man${page##*.}/$(basename "$page")")

@@ -65,7 +65,7 @@ class CtlTest : public integration::VoiceVlanTest {
         return out;
     }
 
-    // "kind port N" (or "kind") of every line of check's text output.
+    // "kind port N" (or "kind") of every finding in check's text output.
     static std::vector<std::string> kinds(const std::string &text) {
         std::vector<std::string> out;
         std::size_t start = 0;
@@ -75,8 +75,11 @@ class CtlTest : public integration::VoiceVlanTest {
                 end = text.size();
             }
             const std::string line = text.substr(start, end - start);
-            out.push_back(line.substr(0, line.find(':')));
             start = end + 1;
+            if (line.rfind("  ", 0) == 0) {
+                continue; // a finding's advice
+            }
+            out.push_back(line.substr(0, line.find(':')));
         }
         return out;
     }
