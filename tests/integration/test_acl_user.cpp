@@ -7,6 +7,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "testsupport/server_features.h"
 #include "voice_vlan_fixture.h"
 
 namespace integration {
@@ -20,14 +21,24 @@ class AclUserTest : public VoiceVlanTest {
   protected:
     // ACL SETUSER with the shipped rules, on and with a password. The user
     // has no CONFIG: the server's own configuration gives the events.
+    // A server of 6.0 has ACL users but no channel permissions (every user
+    // may subscribe to every channel): its integrator leaves the channel
+    // rules out of the line, and so does the test.
     void add_shipped_user() {
+        const testsupport::server_features features = testsupport::features_of(redis());
+        if (!features.acl_users()) {
+            GTEST_SKIP() << "ACL users came with Redis 6.0";
+        }
         std::ifstream in(DOV_VVLAN_ACL_FILE);
         std::vector<std::string> argv{"ACL", "SETUSER"};
         for (std::string line; std::getline(in, line);) {
             if (line.starts_with("user ")) {
                 std::istringstream words(line.substr(5));
                 for (std::string w; words >> w;) {
-                    argv.push_back(w == "off" ? "on" : w);
+                    const bool channel_rule = w == "resetchannels" || w.starts_with("&");
+                    if (!channel_rule || features.channel_permissions()) {
+                        argv.push_back(w == "off" ? "on" : w);
+                    }
                 }
             }
         }
@@ -45,6 +56,9 @@ class AclUserTest : public VoiceVlanTest {
 
 TEST_F(AclUserTest, TheDaemonWorksAsTheShippedUserAndNoMore) {
     add_shipped_user();
+    if (IsSkipped() || HasFatalFailure()) {
+        return;
+    }
     start_daemon(true, as_shipped_user());
     // CONFIG is refused, and the library says which flags the server needs.
     EXPECT_NE(daemon().stderr_text().find("must include \"Kg$xe\""), std::string::npos)

@@ -157,10 +157,13 @@ TEST_F(TukredisTest, ConnectRetriesWithBackoffUntilTheServerIsBack) {
 }
 
 TEST_F(TukredisTest, BackoffHoldsAcrossCallsWhenSessionsEndAtOnce) {
-    register_rows({recording_row(0, "*")});
     // The server accepts the connection but refuses the subscription, so
-    // every session of the daemon's loop ends as soon as it starts.
-    client_->command({"ACL", "SETUSER", "default", "-psubscribe"});
+    // every session of the daemon's loop ends as soon as it starts. A
+    // command renamed away is refused by every server version; ACL rules
+    // came only with 6.0.
+    server_.set_extra_args({"--rename-command", "PSUBSCRIBE", ""});
+    server_.restart();
+    register_rows({recording_row(0, "*")});
     std::atomic<bool> stop{false};
     std::atomic<int> sessions{0};
     const auto started = steady_clock::now();
@@ -204,8 +207,10 @@ TEST_F(TukredisTest, NotificationFlagsKeepTheAllAlias) {
 }
 
 TEST_F(TukredisTest, ConnectGoesOnWhenConfigIsRefused) {
-    client_->config_set("notify-keyspace-events", "KA");
-    client_->command({"ACL", "SETUSER", "default", "-config"});
+    // Without CONFIG, as for a user the ACL gives none (renaming refuses it
+    // on servers before ACLs too).
+    server_.set_extra_args({"--notify-keyspace-events", "KA", "--rename-command", "CONFIG", ""});
+    server_.restart();
     register_rows({recording_row(0, "*")});
     connect_and_subscribe();
     start_pubsub();

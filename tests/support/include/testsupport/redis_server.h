@@ -14,7 +14,8 @@ namespace testsupport {
 // starts its own, so tests may run in parallel. The destructor kills the
 // server and removes the directory, and the server also dies with the thread
 // that started it (PR_SET_PDEATHSIG), so a failing or crashing test leaves
-// no server behind. Start it from the test's own thread.
+// no server behind. Start it from the test's own thread. The binary is
+// $REDIS_SERVER_BIN when set, else the redis-server found at configure time.
 class redis_server {
   public:
     // Makes the directory; the server is not started yet.

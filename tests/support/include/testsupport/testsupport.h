@@ -6,3 +6,4 @@
 #include "testsupport/fd_capture.h"
 #include "testsupport/redis_client.h"
 #include "testsupport/redis_server.h"
+#include "testsupport/server_features.h"
