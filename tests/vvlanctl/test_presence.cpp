@@ -2,6 +2,7 @@
 // Whether the daemon is there: the published keys outlive it, so show and
 // check read its presence from the server's client list.
 #include "ctl_fixture.h"
+#include "testsupport/server_features.h"
 
 namespace ctltest {
 namespace {
@@ -124,13 +125,16 @@ TEST_F(PresenceTest, AgingWindowIsOk) {
 // A user the server refuses CLIENT LIST cannot tell whether the daemon
 // runs: a warning that says so, and the rest of the audit as before.
 TEST_F(PresenceTest, ClientListRefusedIsAWarning) {
+    const testsupport::server_features server = testsupport::features_of(redis());
+    if (!server.acl_users()) {
+        GTEST_SKIP() << "a user refused one command needs ACL users (Redis 6.0); the tool reads "
+                        "any refusal of CLIENT LIST the same way";
+    }
     start_daemon(false);
     configure();
-    ASSERT_EQ(redis()
-                  .command({"ACL", "SETUSER", "reader", "on", ">reader-pw", "~*", "&*", "+@all",
-                            "-client"})
-                  ->type,
-              REDIS_REPLY_STATUS);
+    std::vector<std::string> reader = testsupport::acl_setuser_all(server, "reader", "reader-pw");
+    reader.push_back("-client");
+    ASSERT_EQ(redis().command(reader)->type, REDIS_REPLY_STATUS);
     const std::map<std::string, std::string> env = {{"TUKREDIS_USER", "reader"},
                                                     {"TUKREDIS_PASSWORD", "reader-pw"}};
     const tool_result r = ctl({"check"}, env);
