@@ -1,30 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "tcp_client.h"
 
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <stdexcept>
 
 namespace faults {
-
-int free_local_port() {
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    if (fd < 0 || bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 ||
-        getsockname(fd, reinterpret_cast<sockaddr *>(&address), &length) != 0) {
-        if (fd >= 0) {
-            close(fd);
-        }
-        throw std::runtime_error("no free local port");
-    }
-    close(fd);
-    return ntohs(address.sin_port);
-}
 
 tcp_client::tcp_client(int port) : context_(redisConnect("127.0.0.1", port)) {
     if (context_ == nullptr || context_->err != 0) {

@@ -11,9 +11,6 @@
 
 namespace faults {
 
-// A free TCP port on 127.0.0.1 at the time of the call.
-int free_local_port();
-
 class tcp_client {
   public:
     explicit tcp_client(int port);

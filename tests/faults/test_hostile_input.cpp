@@ -11,6 +11,7 @@
 #include "fault_fixture.h"
 #include "hostile_inputs.h"
 #include "tcp_client.h"
+#include "testsupport/free_port.h"
 
 namespace faults {
 namespace {
@@ -23,7 +24,7 @@ class HostileInputTest : public FaultTest {
         FaultTest::SetUp();
         // A TCP port beside the Unix socket: the hostile writer's commands
         // are told from the daemon's by where they come from.
-        port_ = free_local_port();
+        port_ = testsupport::free_loopback_port();
         server().stop();
         server().set_extra_args({"--port", std::to_string(port_), "--bind", "127.0.0.1"});
         server().start();

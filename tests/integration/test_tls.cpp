@@ -4,38 +4,20 @@
 // writes through the server's Unix socket, as the management plane would.
 // A certificate signed by another CA is refused with a line that says so,
 // and the daemon's reconnect back-off holds while it is.
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 
+#include "testsupport/free_port.h"
 #include "voice_vlan_fixture.h"
 
 namespace integration {
 namespace {
 
 const mac6 OUI_A{0x00, 0xe0, 0xbb, 0x00, 0x00, 0x00};
-
-// A TCP port nobody listens on now (the kernel's choice).
-int free_port() {
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof a;
-    int port = 0;
-    if (bind(fd, reinterpret_cast<sockaddr *>(&a), sizeof a) == 0 &&
-        getsockname(fd, reinterpret_cast<sockaddr *>(&a), &length) == 0) {
-        port = ntohs(a.sin_port);
-    }
-    close(fd);
-    return port;
-}
 
 // Runs a shell command; its status, with its output in *output.
 int run(const std::string &command, std::string *output = nullptr) {
@@ -61,7 +43,7 @@ class TlsTest : public VoiceVlanTest {
     // another CA that signs nothing here.
     std::vector<std::string> server_args() override {
         dir_ = server().dir();
-        port_ = free_port();
+        port_ = testsupport::free_loopback_port();
         const std::string ec = " -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes";
         std::ofstream(dir_ + "/san.ext") << "subjectAltName=IP:127.0.0.1,DNS:localhost\n";
         for (const std::string &command :

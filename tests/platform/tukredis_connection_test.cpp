@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "testsupport/free_port.h"
 #include "tukredis_fixture.h"
 
 namespace platformtest {
@@ -21,22 +22,6 @@ bool has_all_flags(const std::string &flags, const std::string &wanted) {
         }
     }
     return true;
-}
-
-// A loopback port nobody listens on at the moment of asking.
-int free_loopback_port() {
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    int port = 0;
-    if (bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0 &&
-        getsockname(fd, reinterpret_cast<sockaddr *>(&address), &length) == 0) {
-        port = ntohs(address.sin_port);
-    }
-    close(fd);
-    return port;
 }
 
 TEST_F(TukredisTest, ResyncIsCalledWithZeroFirstThenOneAfterEveryReconnection) {
@@ -235,7 +220,7 @@ TEST_F(TukredisTest, TheSocketWinsOverHostAndPort) {
 }
 
 TEST_F(TukredisTest, ConnectsOverTcpWithoutASocket) {
-    const int port = free_loopback_port();
+    const int port = testsupport::free_loopback_port();
     ASSERT_NE(port, 0);
     server_.set_extra_args({"--port", std::to_string(port), "--bind", "127.0.0.1"});
     server_.restart();
