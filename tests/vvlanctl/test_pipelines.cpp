@@ -10,7 +10,15 @@
 namespace ctltest {
 namespace {
 
-class PipelineTest : public CtlTest {};
+class PipelineTest : public CtlTest {
+  protected:
+    // args, on this test's server.
+    std::vector<std::string> on_server(const std::vector<std::string> &args) {
+        std::vector<std::string> full{"-s", server().socket_path()};
+        full.insert(full.end(), args.begin(), args.end());
+        return full;
+    }
+};
 
 // Reads fd up to and including the first newline, until deadline.
 std::string first_line(int fd, std::chrono::milliseconds deadline) {
@@ -49,15 +57,17 @@ TEST_F(PipelineTest, WatchEndsWithItsReader) {
     EXPECT_EQ(w.err().find("error"), std::string::npos) << w.err();
 }
 
+// A command of each kind of output: text, JSON, help, version.
+const std::vector<std::vector<std::string>> EVERY_KIND_OF_OUTPUT = {
+    {"show", "--json"}, {"show"}, {"check", "--json"}, {"--help"}, {"--version"}};
+
 // Every command, not only watch: a reader gone before the output is written
 // ends the tool by SIGPIPE, with nothing on standard error.
 TEST_F(PipelineTest, EveryCommandEndsQuietlyWithoutAReader) {
     start_daemon(false);
     configure();
-    for (const std::vector<std::string> &args : std::vector<std::vector<std::string>>{
-             {"show", "--json"}, {"show"}, {"check", "--json"}, {"--help"}, {"--version"}}) {
-        std::vector<std::string> full{"-s", server().socket_path()};
-        full.insert(full.end(), args.begin(), args.end());
+    for (const std::vector<std::string> &args : EVERY_KIND_OF_OUTPUT) {
+        const std::vector<std::string> full = on_server(args);
         int fds[2];
         ASSERT_EQ(pipe(fds), 0);
         close(fds[0]);
@@ -73,10 +83,8 @@ TEST_F(PipelineTest, EveryCommandEndsQuietlyWithoutAReader) {
 TEST_F(PipelineTest, OutputThatCannotBeWrittenIsAnError) {
     start_daemon(false);
     configure();
-    for (const std::vector<std::string> &args : std::vector<std::vector<std::string>>{
-             {"show", "--json"}, {"show"}, {"check", "--json"}, {"--help"}, {"--version"}}) {
-        std::vector<std::string> full{"-s", server().socket_path()};
-        full.insert(full.end(), args.begin(), args.end());
+    for (const std::vector<std::string> &args : EVERY_KIND_OF_OUTPUT) {
+        const std::vector<std::string> full = on_server(args);
         tool_process p(server().dir(), full);
         p.output_to("/dev/full");
         p.start();

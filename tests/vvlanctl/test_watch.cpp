@@ -5,7 +5,7 @@
 #include <sstream>
 
 #include "ctl_fixture.h"
-#include "json_check.h"
+#include "validators.h"
 
 namespace ctltest {
 namespace {
@@ -205,7 +205,8 @@ TEST_F(WatchTest, JsonLinesFollowTheSchema) {
     ok({"learn", "100", "6", "00e0bb123456"});
     ASSERT_EQ(w->wait_exit(integration::patience(20s)), 0) << w->err();
     const std::string out = w->out();
-    EXPECT_EQ(schema_errors(server().dir(), "watch.jsonl", "watch", out, true), "") << out;
+    const verdict v = schema_check(server().dir(), "watch", out, true);
+    EXPECT_EQ(v.status, 0) << v.says << out;
     EXPECT_NE(out.find(R"("family":"port_oper","port":5,"text":"join port 5")"), std::string::npos)
         << out;
     // A hostile key stays one escaped JSON line.
@@ -213,8 +214,8 @@ TEST_F(WatchTest, JsonLinesFollowTheSchema) {
     redis().set(0, "debugDovVVlan", HOSTILE);
     ASSERT_EQ(h->wait_exit(integration::patience(20s)), 0) << h->err();
     EXPECT_FALSE(has_control_bytes(h->out())) << h->out();
-    EXPECT_EQ(schema_errors(server().dir(), "hostile.jsonl", "watch", h->out(), true), "")
-        << h->out();
+    const verdict hostile = schema_check(server().dir(), "watch", h->out(), true);
+    EXPECT_EQ(hostile.status, 0) << hostile.says << h->out();
 }
 
 } // namespace

@@ -31,13 +31,14 @@ inline verdict judge(const std::string &dir, const std::string &command, const s
     return v;
 }
 
-// The text against vvlanctl/schema/<command>.schema.json.
+// The text against vvlanctl/schema/<command>.schema.json; lines: one
+// document per line (watch --json).
 inline verdict schema_check(const std::string &dir, const std::string &command,
-                            const std::string &text) {
+                            const std::string &text, bool lines = false) {
     return judge(dir,
                  std::string("/usr/bin/python3 '") + VVLANCTL_TEST_SOURCE_DIR +
-                     "/tests/vvlanctl/check_json_schema.py' '" + VVLANCTL_TEST_SOURCE_DIR +
-                     "/vvlanctl/schema/" + command + ".schema.json'",
+                     "/tests/vvlanctl/check_json_schema.py' " + (lines ? "--lines '" : "'") +
+                     VVLANCTL_TEST_SOURCE_DIR + "/vvlanctl/schema/" + command + ".schema.json'",
                  text);
 }
 
