@@ -46,3 +46,5 @@ int cmd_watch(const tool_context &t);
 int cmd_write(const tool_context &t);
 int cmd_sync(const tool_context &t);
 int cmd_metrics(const tool_context &t);
+// The flight recorder: record writes a recording of the keys and events.
+int cmd_record(const tool_context &t);

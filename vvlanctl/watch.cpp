@@ -14,6 +14,7 @@
 #include "commands.h"
 #include "event_text.h"
 #include "json_writer.h"
+#include "keyspace_channel.h"
 #include "output.h"
 #include "ports.h"
 #include "printable.h"
@@ -138,10 +139,6 @@ std::string json_line(const std::string &stamp, int db, const std::string &event
     return out;
 }
 
-// Every family's keys start with "/bri"; the debug key is the one other.
-const char *const PATTERNS[] = {"__keyspace@0__:/bri*", "__keyspace@1__:/bri*",
-                                "__keyspace@0__:debugDovVVlan"};
-
 enum class next { REPLY, STOPPED, LOST };
 
 // The next reply of the subscription, waiting for it in poll() so that a
@@ -169,18 +166,6 @@ next read_reply(redisContext *c, reply_ptr *out) {
         }
     }
     return next::STOPPED;
-}
-
-// "__keyspace@<db>__:<key>"
-bool split_channel(const std::string &channel, int *db, std::string *key) {
-    const std::string head = "__keyspace@";
-    const std::size_t end = channel.find("__:");
-    if (channel.rfind(head, 0) != 0 || end == std::string::npos || end <= head.size()) {
-        return false;
-    }
-    *db = std::atoi(channel.substr(head.size(), end - head.size()).c_str());
-    *key = channel.substr(end + 3);
-    return true;
 }
 
 } // namespace
@@ -221,7 +206,7 @@ int cmd_watch(const tool_context &t) {
     redisSetTimeout(c, timeval{0, 0});
     // Named, so that an operator (or a test) can tell it from the daemon's.
     redisAppendCommand(c, "CLIENT SETNAME vvlanctl-watch");
-    for (const char *p : PATTERNS) {
+    for (const char *p : KEYSPACE_PATTERNS) {
         redisAppendCommand(c, "PSUBSCRIBE %s", p);
     }
     for (int done = 0; done == 0;) {
@@ -229,7 +214,7 @@ int cmd_watch(const tool_context &t) {
             return fail(t, EXIT_CONNECT, "the subscription was refused or lost");
         }
     }
-    for (std::size_t i = 0; i < std::size(PATTERNS) + 1; ++i) {
+    for (std::size_t i = 0; i < std::size(KEYSPACE_PATTERNS) + 1; ++i) {
         reply_ptr r;
         const next n = read_reply(c, &r);
         if (n == next::STOPPED) {
