@@ -5,8 +5,6 @@
 // shows it, and the recorder's own connection losses, into a file (or a
 // ring of two) that history reads and replay plays on a PC. It only reads:
 // a recorder left running on a switch must never change what it records.
-#include <poll.h>
-
 #include <csignal>
 #include <cstdio>
 #include <ctime>
@@ -94,15 +92,6 @@ void catch_stop_signals() {
     sigaction(SIGHUP, &sa, nullptr);
 }
 
-// Waits for the subscription to be readable (true), a signal or the time
-// limit.
-bool wait_for_events(int fd, int64_t until_mono_us) {
-    const int64_t left_ms = (until_mono_us - rec_clock::mono_us()) / 1000;
-    const int timeout = static_cast<int>(std::max<int64_t>(0, std::min<int64_t>(left_ms, 1000)));
-    pollfd p{fd, POLLIN, 0};
-    return poll(&p, 1, timeout) > 0;
-}
-
 } // namespace
 
 int cmd_record(const tool_context &t) {
@@ -140,15 +129,14 @@ int cmd_record(const tool_context &t) {
             stop = "the duration ran out";
             break;
         }
-        if (o.count != 0 && out.events() >= o.count) {
+        if (o.count != 0 && source.taken() >= o.count) {
+            source.drain(out);
             stop = "the count was reached";
             break;
         }
         source.presence_if_due(now, o.presence_us, out);
         if (source.linked()) {
-            if (wait_for_events(source.fd(), std::min(end_us, source.next_presence_us()))) {
-                source.read_events(out, o.count);
-            }
+            source.serve(std::min(end_us, source.next_presence_us()), out, o.count);
         } else {
             source.reconnect(out, [] { return g_stop != 0; });
         }
@@ -159,6 +147,7 @@ int cmd_record(const tool_context &t) {
         }
         source.after_rotation(out);
     }
+    source.drain(out);
     rec::record end;
     end.type = rec::record_type::end;
     end.mono_us = rec_clock::mono_us();

@@ -5,7 +5,8 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <thread>
+#include <string_view>
+#include <unordered_map>
 
 #include "keyspace_channel.h"
 #include "presence.h"
@@ -30,6 +31,10 @@ bool ttl_changed(std::string_view event) {
 // So many events are read and looked up at a time: large enough that the
 // round trip is shared by many, small enough to keep the memory flat.
 constexpr std::size_t BATCH = 4096;
+// Events whose values are still owed, at most: past it the subscription
+// waits in the server (whose output limit for subscribers then decides),
+// so that a storm cannot grow the recorder without bound.
+constexpr std::size_t MAX_IN_FLIGHT_BATCHES = 64;
 
 rec::presence_state presence_of(daemon_state s) {
     switch (s) {
@@ -45,11 +50,22 @@ rec::presence_state presence_of(daemon_state s) {
     return rec::presence_state::unknown;
 }
 
-} // namespace
-
-int recorder_source::fd() const {
-    return sub_ ? sub_->raw()->fd : -1;
+// Of several events of one key taken together, only the last is read: a
+// read made now gives each of them the value after the last. The others are
+// marked unread rather than given a value they never held.
+void supersede(const std::vector<pending_event> &events, std::vector<rec::record> *records) {
+    std::unordered_map<std::string_view, std::size_t> last[2];
+    for (std::size_t i = 0; i < events.size(); ++i) {
+        last[events[i].db == 0 ? 0 : 1][events[i].key] = i;
+    }
+    for (std::size_t i = 0; i < events.size(); ++i) {
+        if (last[events[i].db == 0 ? 0 : 1][events[i].key] != i && !key_gone(events[i].event)) {
+            (*records)[i].kind = rec::value_kind::superseded;
+        }
+    }
 }
+
+} // namespace
 
 rec::record recorder_source::stamped(rec::record_type type) const {
     rec::record r;
@@ -123,67 +139,84 @@ int recorder_source::start(std::string *why) {
     return EXIT_FINE;
 }
 
-bool recorder_source::fetch_values(const std::vector<pending_event> &events,
-                                   std::vector<rec::record> *out) {
+// Reads sent for the events of b (a snapshot's keys have no event: their
+// time-to-live is read too).
+bool recorder_source::send_reads(const std::vector<pending_event> &events, batch *b) {
     redisContext *c = values_->raw();
-    enum class want { SELECT, VALUE, TTL, TYPE };
-    std::vector<std::pair<want, std::size_t>> expected;
-    const auto select = [&](int db) {
-        if (db != values_db_) {
-            redisAppendCommand(c, "SELECT %d", db);
-            expected.emplace_back(want::SELECT, 0);
-            values_db_ = db;
-        }
-    };
     for (std::size_t i = 0; i < events.size(); ++i) {
         const pending_event &e = events[i];
-        if (key_gone(e.event)) {
+        if (key_gone(e.event) || b->records[i].kind == rec::value_kind::superseded) {
             continue;
         }
-        select(e.db);
+        if (e.db != values_db_) {
+            redisAppendCommand(c, "SELECT %d", e.db);
+            b->reads.push_back({want::SELECT, 0});
+            values_db_ = e.db;
+        }
         redisAppendCommand(c, "GET %b", e.key.data(), e.key.size());
-        expected.emplace_back(want::VALUE, i);
-        // A snapshot (no event) reads every key's time-to-live too.
+        b->reads.push_back({want::VALUE, i});
         if (e.event.empty() || ttl_changed(e.event)) {
             redisAppendCommand(c, "PTTL %b", e.key.data(), e.key.size());
-            expected.emplace_back(want::TTL, i);
+            b->reads.push_back({want::TTL, i});
         }
     }
-    std::vector<std::size_t> other_types;
-    for (const auto &[what, i] : expected) {
-        void *raw = nullptr;
-        if (redisGetReply(c, &raw) != REDIS_OK) {
+    for (int done = 0; done == 0;) {
+        if (redisBufferWrite(c, &done) != REDIS_OK) {
             return false;
         }
-        const reply_ptr reply(static_cast<redisReply *>(raw));
-        rec::record &r = (*out)[i];
-        if (what == want::VALUE) {
-            if (reply->type == REDIS_REPLY_STRING) {
-                r.kind = rec::value_kind::string;
-                r.value.assign(reply->str, reply->len);
-            } else if (reply->type == REDIS_REPLY_ERROR) {
-                r.kind = rec::value_kind::other_type;
-                other_types.push_back(i);
-            }
-        } else if (what == want::TTL && reply->type == REDIS_REPLY_INTEGER) {
-            r.ttl_ms = reply->integer >= 0 ? reply->integer : rec::NO_TTL;
-        }
-    }
-    // Keys of another type (a foreign writer's): their type's name.
-    for (const std::size_t i : other_types) {
-        select(events[i].db);
-        redisAppendCommand(c, "TYPE %b", events[i].key.data(), events[i].key.size());
-    }
-    for (std::size_t n = 0; n < other_types.size(); ++n) {
-        void *raw = nullptr;
-        if (redisGetReply(c, &raw) != REDIS_OK) {
-            return false;
-        }
-        const reply_ptr reply(static_cast<redisReply *>(raw));
-        rec::record &r = (*out)[other_types[n]];
-        r.value = reply->type == REDIS_REPLY_STATUS ? std::string(reply->str, reply->len) : "?";
     }
     return true;
+}
+
+void recorder_source::answer(batch &b, const redisReply &reply) {
+    const value_read &read = b.reads[b.answered++];
+    rec::record &r = b.records[read.record];
+    if (read.what == want::VALUE) {
+        if (reply.type == REDIS_REPLY_STRING) {
+            r.kind = rec::value_kind::string;
+            r.value.assign(reply.str, reply.len);
+        } else if (reply.type == REDIS_REPLY_ERROR) {
+            // Another type than a string: a foreign writer's key.
+            r.kind = rec::value_kind::other_type;
+        }
+    } else if (read.what == want::TTL && reply.type == REDIS_REPLY_INTEGER) {
+        r.ttl_ms = reply.integer >= 0 ? reply.integer : rec::NO_TTL;
+    }
+}
+
+void recorder_source::emit_answered(rec::segment_writer &out) {
+    while (!in_flight_.empty() && in_flight_.front().answered == in_flight_.front().reads.size()) {
+        for (const rec::record &r : in_flight_.front().records) {
+            out.add(r);
+        }
+        in_flight_.pop_front();
+    }
+}
+
+void recorder_source::take_answers(rec::segment_writer &out) {
+    redisContext *c = values_->raw();
+    if (redisBufferRead(c) != REDIS_OK) {
+        lose(out, c->errstr[0] != '\0' ? c->errstr : "the server closed the connection");
+        return;
+    }
+    for (;;) {
+        void *raw = nullptr;
+        if (redisGetReplyFromReader(c, &raw) != REDIS_OK) {
+            lose(out, c->errstr);
+            return;
+        }
+        if (raw == nullptr) {
+            break;
+        }
+        const reply_ptr reply(static_cast<redisReply *>(raw));
+        for (batch &b : in_flight_) {
+            if (b.answered < b.reads.size()) {
+                answer(b, *reply);
+                break;
+            }
+        }
+    }
+    emit_answered(out);
 }
 
 void recorder_source::snapshot(rec::snapshot_reason reason, rec::segment_writer &out) {
@@ -206,17 +239,33 @@ void recorder_source::snapshot(rec::snapshot_reason reason, rec::segment_writer 
             }
         }
     }
-    std::vector<rec::record> records(keys.size());
-    if (!fetch_values(keys, &records)) {
+    batch b;
+    b.records.resize(keys.size());
+    if (!send_reads(keys, &b)) {
         lose(out, values_->raw()->errstr);
         return;
+    }
+    redisContext *c = values_->raw();
+    while (b.answered < b.reads.size()) {
+        void *raw = nullptr;
+        if (redisGetReply(c, &raw) != REDIS_OK) {
+            lose(out, c->errstr);
+            return;
+        }
+        answer(b, *reply_ptr(static_cast<redisReply *>(raw)));
     }
     out.add(begin);
     uint64_t count = 0;
     for (std::size_t i = 0; i < keys.size(); ++i) {
-        rec::record &r = records[i];
+        rec::record &r = b.records[i];
         if (r.kind == rec::value_kind::absent) {
             continue; // gone between the SCAN and the GET
+        }
+        if (r.kind == rec::value_kind::other_type) {
+            const reply_ptr type = values_->command(keys[i].db, {"TYPE", keys[i].key});
+            r.value =
+                type && type->type == REDIS_REPLY_STATUS ? std::string(type->str, type->len) : "?";
+            values_db_ = keys[i].db;
         }
         r.type = rec::record_type::snapshot_key;
         r.mono_us = begin.mono_us;
@@ -231,15 +280,15 @@ void recorder_source::snapshot(rec::snapshot_reason reason, rec::segment_writer 
     out.add(end);
 }
 
-void recorder_source::read_events(rec::segment_writer &out, uint64_t limit) {
+void recorder_source::take_events(rec::segment_writer &out, uint64_t limit) {
     redisContext *c = sub_->raw();
     if (redisBufferRead(c) != REDIS_OK) {
         lose(out, c->errstr[0] != '\0' ? c->errstr : "the server closed the connection");
         return;
     }
     for (bool more = true; more;) {
-        std::vector<pending_event> batch;
-        while (batch.size() < BATCH) {
+        std::vector<pending_event> events;
+        while (events.size() < BATCH) {
             void *raw = nullptr;
             if (redisGetReplyFromReader(c, &raw) != REDIS_OK) {
                 lose(out, c->errstr);
@@ -259,31 +308,64 @@ void recorder_source::read_events(rec::segment_writer &out, uint64_t limit) {
                 continue;
             }
             e.event.assign(r->element[3]->str, r->element[3]->len);
-            batch.push_back(std::move(e));
+            events.push_back(std::move(e));
         }
-        if (limit != 0 && out.events() + batch.size() > limit) {
-            batch.resize(static_cast<std::size_t>(limit - out.events()));
+        if (limit != 0 && taken_ + events.size() > limit) {
+            events.resize(static_cast<std::size_t>(limit - taken_));
             more = false;
         }
-        if (batch.empty()) {
-            return;
+        if (events.empty()) {
+            break;
         }
-        std::vector<rec::record> records(batch.size());
-        if (!fetch_values(batch, &records)) {
+        batch b;
+        b.records.resize(events.size());
+        supersede(events, &b.records);
+        if (!send_reads(events, &b)) {
             lose(out, values_->raw()->errstr);
             return;
         }
         const rec::record now = stamped(rec::record_type::event);
-        for (std::size_t i = 0; i < batch.size(); ++i) {
-            rec::record &r = records[i];
+        for (std::size_t i = 0; i < events.size(); ++i) {
+            rec::record &r = b.records[i];
             r.type = rec::record_type::event;
             r.mono_us = now.mono_us;
             r.wall_us = now.wall_us;
-            r.db = batch[i].db;
-            r.key = std::move(batch[i].key);
-            r.event = std::move(batch[i].event);
-            out.add(r);
+            r.db = events[i].db;
+            r.key = std::move(events[i].key);
+            r.event = std::move(events[i].event);
         }
+        taken_ += events.size();
+        in_flight_.push_back(std::move(b));
+    }
+    emit_answered(out);
+}
+
+void recorder_source::serve(int64_t until_us, rec::segment_writer &out, uint64_t limit) {
+    const int64_t left_ms = (until_us - rec_clock::mono_us()) / 1000;
+    const int timeout = static_cast<int>(std::clamp<int64_t>(left_ms, 0, 1000));
+    pollfd fds[2] = {{sub_->raw()->fd, POLLIN, 0}, {values_->raw()->fd, POLLIN, 0}};
+    const bool full = (limit != 0 && taken_ >= limit) || in_flight_.size() >= MAX_IN_FLIGHT_BATCHES;
+    // At the count, or with too much owed, the subscription is left alone
+    // and the reads are awaited.
+    if (poll(full ? fds + 1 : fds, full ? 1 : 2, timeout) <= 0) {
+        return;
+    }
+    if (!full && (fds[0].revents & (POLLIN | POLLHUP | POLLERR)) != 0) {
+        take_events(out, limit);
+    }
+    if (linked_ && (fds[full ? 0 : 1].revents & (POLLIN | POLLHUP | POLLERR)) != 0) {
+        take_answers(out);
+    }
+}
+
+void recorder_source::drain(rec::segment_writer &out) {
+    while (linked_ && !in_flight_.empty()) {
+        pollfd p{values_->raw()->fd, POLLIN, 0};
+        if (poll(&p, 1, 10000) <= 0) {
+            lose(out, "the server did not answer the value reads");
+            return;
+        }
+        take_answers(out);
     }
 }
 
@@ -332,6 +414,17 @@ void recorder_source::lose(rec::segment_writer &out, const std::string &why) {
         return;
     }
     linked_ = false;
+    // Events whose values were not read before the loss: the reconnect's
+    // snapshot says what the keys hold.
+    for (batch &b : in_flight_) {
+        for (std::size_t i = b.answered; i < b.reads.size(); ++i) {
+            if (b.reads[i].what == want::VALUE) {
+                b.records[b.reads[i].record].kind = rec::value_kind::superseded;
+            }
+        }
+        b.answered = b.reads.size();
+    }
+    emit_answered(out);
     rec::record r = stamped(rec::record_type::link);
     r.state = static_cast<uint8_t>(rec::link_state::lost);
     r.text = why;

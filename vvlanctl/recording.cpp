@@ -215,15 +215,15 @@ bool get_value(cursor &c, record *r) {
     if (!c.u8(&kind)) {
         return false;
     }
-    if (kind > static_cast<uint8_t>(value_kind::other_type)) {
+    if (kind > static_cast<uint8_t>(value_kind::superseded)) {
         return c.fault("unknown value kind " + std::to_string(kind));
     }
     r->kind = static_cast<value_kind>(kind);
     if (!c.bytes(&r->value, MAX_VALUE, "a value")) {
         return false;
     }
-    if (r->kind == value_kind::absent && !r->value.empty()) {
-        return c.fault("an absent value with bytes");
+    if ((r->kind == value_kind::absent || r->kind == value_kind::superseded) && !r->value.empty()) {
+        return c.fault("an absent or unread value with bytes");
     }
     return c.signed_varint(&r->ttl_ms);
 }
@@ -330,7 +330,10 @@ std::string encoder::header() const {
 }
 
 void encoder::append(const record &r, std::string *out) {
-    std::string body;
+    // One buffer for every record's body: no allocation per event once it
+    // has grown to the largest.
+    std::string &body = body_;
+    body.clear();
     const int64_t mono_delta = r.mono_us >= mono_ ? r.mono_us - mono_ : 0;
     put_varint(&body, static_cast<uint64_t>(mono_delta));
     // The wall clock as far as it strays from the monotonic one: nothing
@@ -353,7 +356,9 @@ void encoder::append(const record &r, std::string *out) {
         }
         put_key(&body, h_.families, r.key);
         put_u8(&body, static_cast<uint8_t>(r.kind));
-        put_bytes(&body, r.kind == value_kind::absent ? std::string_view() : r.value);
+        put_bytes(&body, r.kind == value_kind::absent || r.kind == value_kind::superseded
+                             ? std::string_view()
+                             : r.value);
         put_varint(&body, zigzag(r.ttl_ms));
         break;
     case record_type::snapshot_end:

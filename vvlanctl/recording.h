@@ -48,8 +48,11 @@ enum class record_type : uint8_t {
 enum class snapshot_reason : uint8_t { start = 0, rotation = 1, reconnect = 2 };
 
 // What the recorder read for a key: nothing (deleted, expired, or gone
-// again before the read), a string's bytes, or another type (its name).
-enum class value_kind : uint8_t { absent = 0, string = 1, other_type = 2 };
+// again before the read), a string's bytes, or another type (its name); or
+// not read at all, because a later event of the same key arrived with it
+// (in a storm, events come in batches and only the last of a key is read:
+// its value is the one any read would have given).
+enum class value_kind : uint8_t { absent = 0, string = 1, other_type = 2, superseded = 3 };
 
 enum class link_state : uint8_t { lost = 0, restored = 1 };
 
@@ -110,6 +113,7 @@ class encoder {
     segment_header h_;
     int64_t mono_ = 0;
     int64_t wall_ = 0;
+    std::string body_;
 };
 
 // Decodes one segment from its bytes. Every length and count is checked

@@ -76,6 +76,9 @@ void apply(const record &r, keyspace *space) {
         break;
     case record_type::snapshot_key:
     case record_type::event:
+        if (r.kind == value_kind::superseded) {
+            break; // a later record of the key says what it holds
+        }
         if (r.kind == value_kind::absent) {
             space->erase({r.db, r.key});
         } else {

@@ -35,7 +35,10 @@ bool segment_writer::open(std::string *why) {
 
 void segment_writer::add(const record &r) {
     enc_.append(r, &pending_);
-    apply(r, &space_);
+    // Only a ring writes the keyspace out again.
+    if (ring_.bytes != 0 || ring_.age_us != 0) {
+        apply(r, &space_);
+    }
     events_ += r.type == record_type::event ? 1 : 0;
 }
 

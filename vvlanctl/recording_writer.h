@@ -27,8 +27,8 @@ class segment_writer {
 
     // Creates (truncates) the file and writes its header.
     bool open(std::string *why);
-    // Queues one record; the keyspace follows every record (a rotation
-    // writes it out).
+    // Queues one record; in a ring, the keyspace follows every record (a
+    // rotation writes it out).
     void add(const record &r);
     // Writes what is queued; the file is whole at every record boundary it
     // ends on.
