@@ -70,7 +70,11 @@ bool segment_writer::flush(std::string *why) {
 }
 
 bool segment_writer::rotate_if_due(int64_t mono_us, int64_t wall_us, std::string *why) {
-    const bool by_size = ring_.bytes != 0 && file_bytes_ + pending_.size() >= ring_.bytes / 2;
+    // A file holds at least as many bytes of events as of its snapshot, so
+    // that a keyspace larger than half the ring cannot make every write a
+    // rotation (the ring then outgrows its size rather than its purpose).
+    const uint64_t size = file_bytes_ + pending_.size();
+    const bool by_size = ring_.bytes != 0 && size >= ring_.bytes / 2 && size >= 2 * snapshot_bytes_;
     const bool by_age = ring_.age_us != 0 && mono_us - header_.start_mono_us >= ring_.age_us / 2;
     if (!by_size && !by_age) {
         return true;
@@ -115,6 +119,7 @@ bool segment_writer::rotate_if_due(int64_t mono_us, int64_t wall_us, std::string
     end.wall_us = wall_us;
     end.count = space_.size();
     enc_.append(end, &pending_);
+    snapshot_bytes_ = file_bytes_ + pending_.size();
     return flush(why);
 }
 

@@ -54,6 +54,7 @@ class segment_writer {
     std::string pending_;
     int fd_ = -1;
     uint64_t file_bytes_ = 0;
+    uint64_t snapshot_bytes_ = 0; // the header and snapshot of the current file
     uint64_t total_bytes_ = 0;
     uint64_t events_ = 0;
 };
