@@ -8,6 +8,7 @@
 #include "ctl_fixture.h"
 #include "recording_file.h"
 #include "testsupport/eventually.h"
+#include "testsupport/server_features.h"
 #include "wire/key_parse.h"
 
 namespace ctltest {
@@ -179,6 +180,9 @@ TEST_F(RecorderTest, SessionIsRecordedKeyForKey) {
 // learning it missed meanwhile, and the re-synchronisation's sweep of the
 // joined port's mode 2 key when it is back (both prescribed).
 TEST_F(RecorderTest, KilledSubscriptionIsRecorded) {
+    if (!testsupport::features_of(redis()).acl_users()) {
+        GTEST_SKIP() << "keeping the daemon's subscription out needs ACL users (Redis 6.0)";
+    }
     start_daemon(false);
     configure();
     phone_joins();
@@ -212,6 +216,41 @@ TEST_F(RecorderTest, KilledSubscriptionIsRecorded) {
     }
     EXPECT_TRUE(swept);
     EXPECT_TRUE(same_keys_and_values(final_keyspace(r), server_keyspace()));
+}
+
+// The recorder never writes: a user that may only read, subscribe and
+// list the clients records the same session as any other.
+TEST_F(RecorderTest, ReadingUserIsEnough) {
+    const testsupport::server_features features = testsupport::features_of(redis());
+    if (!features.acl_users()) {
+        GTEST_SKIP() << "a user that may only read needs ACL users (Redis 6.0)";
+    }
+    std::vector<std::string> rule = {"ACL",     "SETUSER",      "reader", "on",          ">secret",
+                                     "~*",      "-@all",        "+@read", "+psubscribe", "+ping",
+                                     "+select", "+client|list", "+auth",  "+hello"};
+    if (features.channel_permissions()) {
+        rule.push_back("&*");
+    }
+    redis().command(rule);
+    start_daemon(false);
+    std::vector<std::string> args = {
+        "-s", server().socket_path(), "--user",  "reader", "--pass", "secret", "record",
+        "-o", path("session.vvr"),    "--count", "6"};
+    recorder_ = std::make_unique<tool_process>(server().dir(), args);
+    recorder_->start();
+    ASSERT_TRUE(testsupport::eventually(
+        [&] { return recorder_->err().find("vvlanctl: recording ") != std::string::npos; },
+        integration::patience(10s)))
+        << recorder_->err();
+    configure(); // vid, OUI, auto and their copies: more than six events
+    ASSERT_EQ(recorder_->wait_exit(integration::patience(10s)), 0) << recorder_->err();
+    EXPECT_NE(recorder_->err().find("recorded 6 events"), std::string::npos) << recorder_->err();
+    const rec::recording r = load();
+    std::size_t events = 0;
+    for (const rec::record &x : r.segments[0].records) {
+        events += x.type == rec::record_type::event;
+    }
+    EXPECT_EQ(events, 6u);
 }
 
 // A ring of 64 KiB: two files, the newer one segment after the older, each
