@@ -219,15 +219,18 @@ TEST_F(RecorderTest, KilledSubscriptionIsRecorded) {
 }
 
 // The recorder never writes: a user that may only read, subscribe and
-// list the clients records the same session as any other.
+// list the clients records the session, and the server's ACL log shows no
+// command refused to it.
 TEST_F(RecorderTest, ReadingUserIsEnough) {
     const testsupport::server_features features = testsupport::features_of(redis());
     if (!features.acl_users()) {
         GTEST_SKIP() << "a user that may only read needs ACL users (Redis 6.0)";
     }
-    std::vector<std::string> rule = {"ACL",     "SETUSER",      "reader", "on",          ">secret",
-                                     "~*",      "-@all",        "+@read", "+psubscribe", "+ping",
-                                     "+select", "+client|list", "+auth",  "+hello"};
+    std::vector<std::string> rule = {
+        "ACL",     "SETUSER",      "reader",          "on",          ">secret",
+        "~*",      "-@all",        "+@read",          "+psubscribe", "+ping",
+        "+select", "+client|list", "+client|setname", "+time",       "+config|get",
+        "+auth",   "+hello"};
     if (features.channel_permissions()) {
         rule.push_back("&*");
     }
@@ -251,6 +254,10 @@ TEST_F(RecorderTest, ReadingUserIsEnough) {
         events += x.type == rec::record_type::event;
     }
     EXPECT_EQ(events, 6u);
+    // Not one command refused to it: it tried to write nothing.
+    const auto refused = redis().command({"ACL", "LOG"});
+    ASSERT_TRUE(refused);
+    EXPECT_EQ(refused->elements, 0u);
 }
 
 // A ring of 64 KiB: two files, the newer one segment after the older, each
