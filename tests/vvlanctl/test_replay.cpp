@@ -1,0 +1,277 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// vvlanctl replay: recordings made with rec::encoder from what the real
+// daemon did on the fixture's server, played to a second daemon that replay
+// starts on a private server of its own, and the two compared.
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "ctl_fixture.h"
+#include "recording_file.h"
+#include "validators.h"
+#include "wire/key_parse.h"
+
+namespace ctltest {
+namespace {
+
+const std::string PHONE = "00e0bb123456";
+
+class ReplayTest : public CtlTest {
+  protected:
+    // Every key of the families in both databases, as a snapshot holds them.
+    rec::keyspace capture() {
+        rec::keyspace out;
+        for (const int db : {0, 1}) {
+            for (const std::string &key : redis().keys(db, "*")) {
+                const auto v = redis().get(db, key);
+                if (v && family_of_key(key)) {
+                    out[{db, key}] = {rec::value_kind::string, *v, rec::NO_TTL};
+                }
+            }
+        }
+        return out;
+    }
+
+    // A one-segment recording, written as the recorder would.
+    struct writer {
+        rec::segment_header h = [] {
+            rec::segment_header s;
+            s.start_wall_us = 1795000000000000;
+            s.start_mono_us = 1000000;
+            s.tool = "vvlanctl test";
+            s.server = "test";
+            s.families = rec::current_families();
+            return s;
+        }();
+        rec::encoder enc{h};
+        std::string bytes = enc.header();
+        int64_t now = 1000000;
+
+        void add(rec::record r) {
+            now += 1000;
+            r.mono_us = now;
+            r.wall_us = h.start_wall_us + (now - h.start_mono_us);
+            enc.append(r, &bytes);
+        }
+        static rec::record of(rec::record_type t, uint8_t state = 0) {
+            rec::record r;
+            r.type = t;
+            r.state = state;
+            return r;
+        }
+        void snapshot(const rec::keyspace &space) {
+            add(of(rec::record_type::snapshot_begin,
+                   static_cast<uint8_t>(rec::snapshot_reason::start)));
+            for (const auto &[id, v] : space) {
+                rec::record r = of(rec::record_type::snapshot_key);
+                r.db = id.first;
+                r.key = id.second;
+                r.kind = v.kind;
+                r.value = v.value;
+                r.ttl_ms = v.ttl_ms;
+                add(r);
+            }
+            rec::record end = of(rec::record_type::snapshot_end);
+            end.count = space.size();
+            add(end);
+        }
+        void event(int db, const std::string &key, const std::optional<std::string> &value) {
+            rec::record r = of(rec::record_type::event);
+            r.db = db;
+            r.event = value ? "set" : "del";
+            r.key = key;
+            r.kind = value ? rec::value_kind::string : rec::value_kind::absent;
+            r.value = value.value_or("");
+            add(r);
+        }
+        // Every write from before to after: the ones made to the daemon
+        // first, then the daemon's own, as the recorder would see them.
+        void changes(const rec::keyspace &before, const rec::keyspace &after) {
+            for (const bool owned : {false, true}) {
+                for (const auto &[id, v] : after) {
+                    const auto it = before.find(id);
+                    if (rec::daemon_owned(id.first, id.second) == owned &&
+                        (it == before.end() || it->second.value != v.value)) {
+                        event(id.first, id.second, v.value);
+                    }
+                }
+                for (const auto &[id, v] : before) {
+                    if (rec::daemon_owned(id.first, id.second) == owned && !after.contains(id)) {
+                        event(id.first, id.second, std::nullopt);
+                    }
+                }
+            }
+        }
+        void presence(rec::presence_state s) {
+            add(of(rec::record_type::presence, static_cast<uint8_t>(s)));
+        }
+    };
+
+    // The usual configuration and the daemon's answer to it, recorded
+    // around the switch's own daemon; that daemon is gone afterwards, since
+    // replay's shares the tree's pid file.
+    void configured(rec::keyspace *before) {
+        start_daemon(false);
+        set_vid(100);
+        add_oui(integration::OUI_A);
+        auto_port(5);
+        barrier();
+        *before = capture();
+    }
+    void stop_fixture_daemon() {
+        daemon_.reset();
+        unlink(pid_file().c_str());
+    }
+
+    enum class fault { none, without_join, without_learning };
+    // A phone learned on phyid 6 (port 5), and the daemon joining the port.
+    // without_join leaves the join request out of the recording,
+    // without_learning the learning that caused it.
+    std::string phone_recording(fault f = fault::none) {
+        rec::keyspace before;
+        configured(&before);
+        learn(100, 6, PHONE);
+        barrier();
+        rec::keyspace after = capture();
+        stop_fixture_daemon();
+        EXPECT_TRUE(after.contains({1, join_key(5)}));
+        if (f == fault::without_join) {
+            after.erase({1, join_key(5)});
+        }
+        if (f == fault::without_learning) {
+            after.erase({0, learning_key(100, 6, PHONE)});
+        }
+        writer w;
+        w.snapshot(before);
+        w.changes(before, after);
+        return save(w.bytes);
+    }
+
+    std::string save(const std::string &bytes) {
+        const std::string path = server().dir() + "/rec" + std::to_string(++files_) + ".vvr";
+        std::ofstream(path, std::ios::binary) << bytes;
+        return path;
+    }
+
+    std::string trace_path() { return server().dir() + "/replay.trace"; }
+
+    // vvlanctl replay ... -- <the daemon under test>, with this test's
+    // redis-server binary and TMPDIR.
+    tool_result replay(std::vector<std::string> args) {
+        std::vector<std::string> argv = {"replay", "--redis-server", server_bin(), "--trace",
+                                         trace_path()};
+        argv.insert(argv.end(), args.begin(), args.end());
+        argv.push_back("--");
+        const auto &config = integration::daemon_config::get();
+        argv.insert(argv.end(), config.emulator.begin(), config.emulator.end());
+        argv.push_back(config.daemon);
+        std::filesystem::create_directories(tmp_dir());
+        return run_tool(server().dir(), argv, {{"TMPDIR", tmp_dir()}}, integration::patience(60s));
+    }
+    std::string tmp_dir() { return server().dir() + "/tmp"; }
+    // The fixture's server as it was started (its argv[0]: redis-server
+    // tells its tools apart by the name it is run under, so not /proc's exe).
+    std::string server_bin() {
+        std::ifstream in("/proc/" + std::to_string(server().pid()) + "/cmdline");
+        std::string argv0;
+        std::getline(in, argv0, '\0');
+        return argv0.substr(0, argv0.find(' ')); // the server retitles itself
+    }
+    std::string trace() {
+        std::ifstream in(trace_path(), std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    }
+    bool nothing_left() { return std::filesystem::is_empty(tmp_dir()); }
+
+    int files_ = 0;
+};
+
+TEST_F(ReplayTest, PhoneJoinsAsRecorded) {
+    const std::string path = phone_recording();
+    // Traces from the start, the re-synchronisation with them: the debug
+    // key turns them on only once the daemon runs.
+    std::ofstream(marker_file()) << "";
+    const tool_result r = replay({"--fast", path});
+    EXPECT_EQ(r.status, 0) << r.out << r.err;
+    // The learning and the load-complete marker that followed it.
+    EXPECT_NE(r.out.find("replayed 2 events in"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find(", 0 differences\n"), std::string::npos) << r.out;
+    const std::string t = trace();
+    EXPECT_NE(t.find("check_db_validate end"), std::string::npos) << t;
+    // The learning handler joining the port.
+    EXPECT_NE(t.find("key=/bri/mac/macTblDyn_vvlan/100/6/" + PHONE), std::string::npos) << t;
+    EXPECT_NE(t.find("<set_oui_msg: "), std::string::npos) << t;
+    EXPECT_NE(t.find("ifx=5, mode=2"), std::string::npos) << t;
+    EXPECT_TRUE(nothing_left());
+
+    const tool_result j = replay({"--fast", "--json", path});
+    EXPECT_EQ(j.status, 0) << j.err;
+    const verdict v = schema_check(server().dir(), "replay", j.out);
+    EXPECT_EQ(v.status, 0) << v.says << "\n" << j.out;
+}
+
+// The replayed daemon joins where the recorded one did not: a join key the
+// replay has and the recording lacks.
+TEST_F(ReplayTest, RecordingWithoutTheJoinDiffers) {
+    const tool_result r = replay({"--fast", phone_recording(fault::without_join)});
+    EXPECT_EQ(r.status, 1) << r.out << r.err;
+    EXPECT_NE(r.out.find("join_key_without_join port 5: warning: db 1 " + join_key(5) +
+                         ": recorded none, replayed 0x"),
+              std::string::npos)
+        << r.out;
+    EXPECT_EQ(kinds(r.out.substr(0, r.out.find("audit of"))),
+              std::vector<std::string>{"join_key_without_join port 5"})
+        << r.out;
+    EXPECT_TRUE(nothing_left());
+}
+
+// The other way: the recording holds the port joined (its join request and
+// mode 2 key) but not the learning, so the replayed daemon never joins.
+TEST_F(ReplayTest, RecordingWithoutTheLearningDiffers) {
+    const tool_result r = replay({"--fast", phone_recording(fault::without_learning)});
+    EXPECT_EQ(r.status, 1) << r.out << r.err;
+    EXPECT_NE(
+        r.out.find("join_key_missing port 5: critical: db 1 " + join_key(5) + ": recorded 0x"),
+        std::string::npos)
+        << r.out;
+    EXPECT_EQ(kinds(r.out.substr(0, r.out.find("audit of"))),
+              (std::vector<std::string>{"join_key_missing port 5", "join_key_missing port 5"}))
+        << r.out;
+}
+
+TEST_F(ReplayTest, RecordingWithAFaultIsRefused) {
+    writer w;
+    w.snapshot({{{1, "/bridge/vvlan/vid/100"}, {rec::value_kind::string, "", rec::NO_TTL}}});
+    w.event(0, learning_key(100, 6, PHONE), "");
+    const std::string bytes = w.bytes.substr(0, w.bytes.size() - 3);
+    const tool_result r = replay({"--fast", save(bytes)});
+    EXPECT_EQ(r.status, 3) << r.out << r.err;
+    EXPECT_NE(r.err.find("byte "), std::string::npos) << r.err;
+    EXPECT_EQ(r.out, "");
+    EXPECT_TRUE(nothing_left());
+    EXPECT_FALSE(std::filesystem::exists(trace_path()));
+}
+
+// The subscription lost while the process lived: a learning then is
+// missed, and the re-synchronisation does not bring it back, so the port
+// stays out of the voice VLAN, as on the switch.
+TEST_F(ReplayTest, LearningWhileUnsubscribedIsMissed) {
+    rec::keyspace before;
+    configured(&before);
+    stop_fixture_daemon();
+    writer w;
+    w.snapshot(before);
+    w.presence(rec::presence_state::subscribed);
+    w.presence(rec::presence_state::connected);
+    w.event(0, learning_key(100, 6, PHONE), "");
+    w.presence(rec::presence_state::subscribed);
+    const tool_result r = replay({"--fast", save(w.bytes)});
+    EXPECT_EQ(r.status, 0) << r.out << r.err;
+    EXPECT_NE(r.out.find(", 0 differences\n"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("voice_address_not_joined port 5"), std::string::npos) << r.out;
+    EXPECT_TRUE(nothing_left());
+}
+
+} // namespace
+} // namespace ctltest
