@@ -141,6 +141,8 @@ At the end the daemon's keys of both databases are compared with the
 recording's at the same point; each difference is printed as one of check's
 findings (join_key_missing, join_key_without_join, published_differs), then
 check's audit of the replayed databases and a summary line.
+The daemon traces its own start-up only when its marker file
+(/var/tmp/dov_vvlan_dbg under its prefix) is there.
 Exit status: 0 no difference, 1 differences, 3 bad usage, a recording with
 a fault (refused before anything starts), no server, or a daemon that never
 subscribed.
