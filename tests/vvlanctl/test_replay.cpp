@@ -2,10 +2,15 @@
 // vvlanctl replay: recordings made with rec::encoder from what the real
 // daemon did on the fixture's server, played to a second daemon that replay
 // starts on a private server of its own, and the two compared.
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 #include "ctl_fixture.h"
 #include "recording_file.h"
@@ -16,6 +21,68 @@ namespace ctltest {
 namespace {
 
 const std::string PHONE = "00e0bb123456";
+
+std::string read_file(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+// replay runs on a PC whichever daemon it plays to: this tree's tool, also
+// when the daemon is a target build under the emulator (which run_tool
+// would run the target's tool for).
+tool_result run_pc_tool(const std::string &dir, const std::vector<std::string> &args,
+                        const std::string &tmp, std::chrono::milliseconds deadline) {
+    std::vector<std::string> text = {VVLANCTL_TEST_TOOL};
+    text.insert(text.end(), args.begin(), args.end());
+    std::vector<char *> argv;
+    for (std::string &a : text) {
+        argv.push_back(a.data());
+    }
+    argv.push_back(nullptr);
+    std::vector<std::string> env_text = {"TMPDIR=" + tmp};
+    for (char **e = environ; *e != nullptr; ++e) {
+        if (std::string(*e).rfind("TMPDIR=", 0) != 0) {
+            env_text.emplace_back(*e);
+        }
+    }
+    std::vector<char *> envp;
+    for (std::string &e : env_text) {
+        envp.push_back(e.data());
+    }
+    envp.push_back(nullptr);
+    const std::string out = dir + "/replay.out";
+    const std::string err = dir + "/replay.err";
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, out.c_str(),
+                                     O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    posix_spawn_file_actions_addopen(&files, STDERR_FILENO, err.c_str(),
+                                     O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    pid_t pid = -1;
+    tool_result r;
+    const int failed = posix_spawn(&pid, argv[0], &files, nullptr, argv.data(), envp.data());
+    posix_spawn_file_actions_destroy(&files);
+    if (failed != 0) {
+        return r;
+    }
+    const auto until = std::chrono::steady_clock::now() + deadline;
+    int status = 0;
+    while (waitpid(pid, &status, WNOHANG) == 0) {
+        if (std::chrono::steady_clock::now() >= until) {
+            kill(pid, SIGTERM); // replay stops its daemon and server on it
+            waitpid(pid, &status, 0);
+            r.out = read_file(out);
+            r.err = read_file(err);
+            return r;
+        }
+        std::this_thread::sleep_for(10ms);
+    }
+    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    r.out = read_file(out);
+    r.err = read_file(err);
+    return r;
+}
 
 class ReplayTest : public CtlTest {
   protected:
@@ -157,7 +224,7 @@ class ReplayTest : public CtlTest {
     std::string trace_path() { return server().dir() + "/replay.trace"; }
 
     // vvlanctl replay ... -- <the daemon under test>, with this test's
-    // redis-server binary and TMPDIR.
+    // redis-server binary and a TMPDIR of the test's own.
     tool_result replay(std::vector<std::string> args) {
         std::vector<std::string> argv = {"replay", "--redis-server", server_bin(), "--trace",
                                          trace_path()};
@@ -167,7 +234,7 @@ class ReplayTest : public CtlTest {
         argv.insert(argv.end(), config.emulator.begin(), config.emulator.end());
         argv.push_back(config.daemon);
         std::filesystem::create_directories(tmp_dir());
-        return run_tool(server().dir(), argv, {{"TMPDIR", tmp_dir()}}, integration::patience(60s));
+        return run_pc_tool(server().dir(), argv, tmp_dir(), integration::patience(60s));
     }
     std::string tmp_dir() { return server().dir() + "/tmp"; }
     // The fixture's server as it was started (its argv[0]: redis-server
@@ -178,10 +245,7 @@ class ReplayTest : public CtlTest {
         std::getline(in, argv0, '\0');
         return argv0.substr(0, argv0.find(' ')); // the server retitles itself
     }
-    std::string trace() {
-        std::ifstream in(trace_path(), std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-    }
+    std::string trace() { return read_file(trace_path()); }
     bool nothing_left() { return std::filesystem::is_empty(tmp_dir()); }
 
     int files_ = 0;
