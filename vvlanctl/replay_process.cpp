@@ -191,6 +191,13 @@ bool replay_daemon::start(std::string *why) {
     std::vector<char *> argv = pointers(argv_);
     std::vector<char *> envp = pointers(env_);
     const int null_fd = open("/dev/null", O_RDONLY);
+    // Closed by a successful exec; else the child writes its errno there.
+    int exec_result[2] = {-1, -1};
+    if (pipe2(exec_result, O_CLOEXEC) != 0) {
+        *why = std::string("pipe: ") + std::strerror(errno);
+        close(slave);
+        return false;
+    }
     pid_ = fork();
     if (pid_ < 0) {
         *why = std::string("fork: ") + std::strerror(errno);
@@ -201,13 +208,32 @@ bool replay_daemon::start(std::string *why) {
         dup2(null_fd, STDIN_FILENO);
         dup2(slave, STDOUT_FILENO);
         dup2(trace_fd_, STDERR_FILENO);
-        closefrom(STDERR_FILENO + 1);
+        const int report = fcntl(exec_result[1], F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+        for (int fd = STDERR_FILENO + 1; fd < report; ++fd) {
+            close(fd);
+        }
+        closefrom(report + 1);
         // execvpe: the emulator or the daemon is found as a shell would.
         execvpe(argv[0], argv.data(), envp.data());
+        const int err = errno;
+        (void)!write(report, &err, sizeof err);
         _exit(127);
     }
     close(slave);
     close(null_fd);
+    close(exec_result[1]);
+    int err = 0;
+    ssize_t n = 0;
+    do {
+        n = read(exec_result[0], &err, sizeof err);
+    } while (n < 0 && errno == EINTR);
+    close(exec_result[0]);
+    if (n == static_cast<ssize_t>(sizeof err)) {
+        waitpid(pid_, nullptr, 0);
+        pid_ = -1;
+        *why = "cannot run " + argv_[0] + ": " + std::strerror(err);
+        return false;
+    }
     reader_ = std::thread(&replay_daemon::copy_output, this);
     return true;
 }

@@ -181,6 +181,10 @@ bool replay_session::marker_reaches(const std::string &value, std::string *why) 
         if (copy == value) {
             return true;
         }
+        if (!daemon_running()) {
+            *why = "the daemon exited (see " + o_.trace + ")";
+            return false;
+        }
         if (std::chrono::steady_clock::now() >= until ||
             !replay_pause(std::chrono::milliseconds(2))) {
             *why = "the daemon did not copy the load-complete marker " + value + " in time";
