@@ -225,6 +225,7 @@ int cmd_replay(const tool_context &t) {
     auto conn = connection::open(server_address::unix_socket(socket),
                                  o.on.empty() ? conn_settings::credentials{} : t.who, &why);
     int status = EXIT_UNKNOWN;
+    bool written = false; // a given server is emptied again only once replay wrote to it
     replay_report report;
     [&] {
         if (!conn) {
@@ -241,6 +242,7 @@ int cmd_replay(const tool_context &t) {
                 }
             }
         }
+        written = true;
         std::string missing;
         std::string wanted;
         if (!conn->missing_keyspace_events(&missing, &wanted) ||
@@ -305,7 +307,7 @@ int cmd_replay(const tool_context &t) {
         done();
         status = report.differences.empty() ? EXIT_FINE : EXIT_NOT_DONE;
     }();
-    if (conn && !o.on.empty() && !o.keep) {
+    if (conn && written && !o.on.empty() && !o.keep) {
         for (const int db : {DB_STATE, DB_CONFIG}) {
             conn->command(db, {"FLUSHDB"});
         }

@@ -127,9 +127,9 @@ class ReplayTest : public CtlTest {
             r.state = state;
             return r;
         }
-        void snapshot(const rec::keyspace &space) {
-            add(of(rec::record_type::snapshot_begin,
-                   static_cast<uint8_t>(rec::snapshot_reason::start)));
+        void snapshot(const rec::keyspace &space,
+                      rec::snapshot_reason why = rec::snapshot_reason::start) {
+            add(of(rec::record_type::snapshot_begin, static_cast<uint8_t>(why)));
             for (const auto &[id, v] : space) {
                 rec::record r = of(rec::record_type::snapshot_key);
                 r.db = id.first;
@@ -170,6 +170,7 @@ class ReplayTest : public CtlTest {
                 }
             }
         }
+        void link(rec::link_state s) { add(of(rec::record_type::link, static_cast<uint8_t>(s))); }
         void presence(rec::presence_state s) {
             add(of(rec::record_type::presence, static_cast<uint8_t>(s)));
         }
@@ -191,17 +192,23 @@ class ReplayTest : public CtlTest {
         unlink(pid_file().c_str());
     }
 
+    // The configuration, then the phone learned and its port joined.
+    void phone_story(rec::keyspace *before, rec::keyspace *after) {
+        configured(before);
+        learn(100, 6, PHONE);
+        barrier();
+        *after = capture();
+        stop_fixture_daemon();
+    }
+
     enum class fault { none, without_join, without_learning };
     // A phone learned on phyid 6 (port 5), and the daemon joining the port.
     // without_join leaves the join request out of the recording,
     // without_learning the learning that caused it.
     std::string phone_recording(fault f = fault::none) {
         rec::keyspace before;
-        configured(&before);
-        learn(100, 6, PHONE);
-        barrier();
-        rec::keyspace after = capture();
-        stop_fixture_daemon();
+        rec::keyspace after;
+        phone_story(&before, &after);
         EXPECT_TRUE(after.contains({1, join_key(5)}));
         if (f == fault::without_join) {
             after.erase({1, join_key(5)});
@@ -335,6 +342,56 @@ TEST_F(ReplayTest, LearningWhileUnsubscribedIsMissed) {
     EXPECT_NE(r.out.find(", 0 differences\n"), std::string::npos) << r.out;
     EXPECT_NE(r.out.find("voice_address_not_joined port 5"), std::string::npos) << r.out;
     EXPECT_TRUE(nothing_left());
+}
+
+} // namespace
+} // namespace ctltest
+
+namespace ctltest {
+namespace {
+
+// What changed while the recorder's own connection was lost reaches the
+// daemon as the difference its reconnect snapshot shows.
+TEST_F(ReplayTest, ReconnectSnapshotIsPlayedAsItsDifference) {
+    rec::keyspace before;
+    rec::keyspace after;
+    phone_story(&before, &after);
+    writer w;
+    w.snapshot(before);
+    w.link(rec::link_state::lost);
+    w.link(rec::link_state::restored);
+    w.snapshot(after, rec::snapshot_reason::reconnect);
+    const tool_result r = replay({"--fast", save(w.bytes)});
+    EXPECT_EQ(r.status, 0) << r.out << r.err;
+    // The learning and the marker written meanwhile.
+    EXPECT_NE(r.out.find("replayed 2 events in"), std::string::npos) << r.out;
+    EXPECT_NE(r.err.find("the recorder's connection was lost"), std::string::npos) << r.err;
+}
+
+// --until: the recording's keyspace at that time, and nothing played after.
+TEST_F(ReplayTest, UntilStopsAtTheRecordedTime) {
+    const std::string path = phone_recording();
+    // writer's recordings start at 2026-11-18T11:06:40Z; the snapshot ends a
+    // few milliseconds later, the phone comes after it.
+    const tool_result r = replay({"--fast", "--until", "2026-11-18T11:06:40.000Z", path});
+    EXPECT_EQ(r.status, 0) << r.out << r.err;
+    EXPECT_NE(r.out.find("replayed 0 events in"), std::string::npos) << r.out;
+}
+
+// --on: a given server, refused while it holds anything, emptied after.
+TEST_F(ReplayTest, OnAGivenServer) {
+    const std::string path = phone_recording();
+    redis().flushall();
+    fwd_set("/bridge/mac_vlan/table/256", "x");
+    tool_result r = replay({"--fast", "--on", server().socket_path(), path});
+    EXPECT_EQ(r.status, 3) << r.out << r.err;
+    EXPECT_NE(r.err.find("database 0 is not empty"), std::string::npos) << r.err;
+    EXPECT_EQ(db0("/bridge/mac_vlan/table/256"), "x");
+    fwd_del("/bridge/mac_vlan/table/256");
+    r = replay({"--fast", "--on", server().socket_path(), path});
+    EXPECT_EQ(r.status, 0) << r.out << r.err;
+    EXPECT_TRUE(redis().keys(0, "*").empty());
+    EXPECT_TRUE(redis().keys(1, "*").empty());
 }
 
 } // namespace
