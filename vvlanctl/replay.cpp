@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <optional>
 
 #include "check.h"
 #include "commands.h"
@@ -226,6 +227,7 @@ int cmd_replay(const tool_context &t) {
                                  o.on.empty() ? conn_settings::credentials{} : t.who, &why);
     int status = EXIT_UNKNOWN;
     bool written = false; // a given server is emptied again only once replay wrote to it
+    std::optional<std::string> events_before; // its notify-keyspace-events, when changed
     replay_report report;
     [&] {
         if (!conn) {
@@ -245,10 +247,20 @@ int cmd_replay(const tool_context &t) {
         written = true;
         std::string missing;
         std::string wanted;
-        if (!conn->missing_keyspace_events(&missing, &wanted) ||
-            (!missing.empty() && !conn->set_keyspace_events(wanted))) {
-            why = "cannot turn keyspace events on: " + conn->error();
+        if (!conn->missing_keyspace_events(&missing, &wanted)) {
+            why = "cannot read notify-keyspace-events: " + conn->error();
             return;
+        }
+        if (!missing.empty()) {
+            const reply_ptr was = conn->command({"CONFIG", "GET", "notify-keyspace-events"});
+            if (was && was->type == REDIS_REPLY_ARRAY && was->elements == 2 &&
+                was->element[1]->type == REDIS_REPLY_STRING) {
+                events_before = std::string(was->element[1]->str, was->element[1]->len);
+            }
+            if (!conn->set_keyspace_events(wanted)) {
+                why = "cannot turn keyspace events on: " + conn->error();
+                return;
+            }
         }
         replay_session session(o, *conn, socket, trace_fd, &report.notes);
         const auto done = [&] { session.drop_user(); };
@@ -310,6 +322,9 @@ int cmd_replay(const tool_context &t) {
     if (conn && written && !o.on.empty() && !o.keep) {
         for (const int db : {DB_STATE, DB_CONFIG}) {
             conn->command(db, {"FLUSHDB"});
+        }
+        if (events_before) {
+            conn->command({"CONFIG", "SET", "notify-keyspace-events", *events_before});
         }
     }
     if (conn && o.on.empty() && o.keep) {

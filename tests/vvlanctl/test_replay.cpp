@@ -388,10 +388,13 @@ TEST_F(ReplayTest, OnAGivenServer) {
     EXPECT_NE(r.err.find("database 0 is not empty"), std::string::npos) << r.err;
     EXPECT_EQ(db0("/bridge/mac_vlan/table/256"), "x");
     fwd_del("/bridge/mac_vlan/table/256");
+    redis().config_set("notify-keyspace-events", "");
     r = replay({"--fast", "--on", server().socket_path(), path});
     EXPECT_EQ(r.status, 0) << r.out << r.err;
     EXPECT_TRUE(redis().keys(0, "*").empty());
     EXPECT_TRUE(redis().keys(1, "*").empty());
+    // Its keyspace events as they were.
+    EXPECT_EQ(redis().config_get("notify-keyspace-events"), "");
 }
 
 } // namespace
