@@ -74,18 +74,21 @@ void replay_catch_signals() {
     sigaction(SIGTERM, &sa, nullptr);
 }
 
-bool replay_pause(std::chrono::milliseconds d) {
+bool replay_pause(std::chrono::microseconds d) {
     const auto until = std::chrono::steady_clock::now() + d;
     for (;;) {
         if (replay_interrupted()) {
             return false;
         }
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        const auto left = std::chrono::duration_cast<std::chrono::microseconds>(
             until - std::chrono::steady_clock::now());
         if (left.count() <= 0) {
             return true;
         }
-        poll(nullptr, 0, static_cast<int>(std::min<int64_t>(left.count(), 100)));
+        const int64_t us = std::min<int64_t>(left.count(), 100000);
+        const timespec ts{static_cast<time_t>(us / 1000000),
+                          static_cast<long>(us % 1000000) * 1000};
+        ppoll(nullptr, 0, &ts, nullptr);
     }
 }
 

@@ -18,9 +18,9 @@ bool replay_interrupted();
 // Installs the handlers that set it (without SA_RESTART, so that a wait in
 // poll() returns).
 void replay_catch_signals();
-// Sleeps up to d, in poll() so that a signal ends the sleep; false when one
+// Sleeps up to d, in ppoll() so that a signal ends the sleep; false when one
 // did.
-bool replay_pause(std::chrono::milliseconds d);
+bool replay_pause(std::chrono::microseconds d);
 
 class replay_server {
   public:

@@ -172,6 +172,9 @@ bool replay_session::marker_reaches(const std::string &value, std::string *why) 
         return false;
     }
     const auto until = std::chrono::steady_clock::now() + o_.timeout;
+    // The daemon copies the marker within a fraction of a millisecond when
+    // it keeps up: look again soon, then less and less often.
+    std::chrono::microseconds step{100};
     for (;;) {
         const auto copy = conn_.get(DB_STATE, MARKER);
         if (conn_.failed()) {
@@ -185,11 +188,11 @@ bool replay_session::marker_reaches(const std::string &value, std::string *why) 
             *why = "the daemon exited (see " + o_.trace + ")";
             return false;
         }
-        if (std::chrono::steady_clock::now() >= until ||
-            !replay_pause(std::chrono::milliseconds(2))) {
+        if (std::chrono::steady_clock::now() >= until || !replay_pause(step)) {
             *why = "the daemon did not copy the load-complete marker " + value + " in time";
             return false;
         }
+        step = std::min(step * 2, std::chrono::microseconds(5000));
     }
 }
 
