@@ -399,3 +399,32 @@ TEST_F(ReplayTest, OnAGivenServer) {
 
 } // namespace
 } // namespace ctltest
+
+namespace ctltest {
+namespace {
+
+// A daemon that went away is stopped and started again when it is back;
+// what was learned meanwhile is not known to it (the re-synchronisation
+// does not re-read learnings), so its port stays out, as on the switch.
+TEST_F(ReplayTest, DaemonAwayMissesWhatHappened) {
+    rec::keyspace before;
+    configured(&before);
+    stop_fixture_daemon();
+    writer w;
+    w.snapshot(before);
+    w.presence(rec::presence_state::subscribed);
+    w.presence(rec::presence_state::absent);
+    w.event(0, learning_key(100, 6, PHONE), "");
+    w.presence(rec::presence_state::subscribed);
+    const tool_result r = replay({"--fast", save(w.bytes)});
+    EXPECT_EQ(r.status, 0) << r.out << r.err;
+    EXPECT_NE(r.out.find("voice_address_not_joined port 5"), std::string::npos) << r.out;
+    // Neither daemon saw the learning's event.
+    const std::string t = trace();
+    EXPECT_NE(t.find("get_data_end_pmsg_f"), std::string::npos) << t;
+    EXPECT_EQ(t.find("key=/bri/mac/macTblDyn_vvlan/100/6/" + PHONE), std::string::npos) << t;
+    EXPECT_NE(r.out.find("replayed 1 events in"), std::string::npos) << r.out;
+}
+
+} // namespace
+} // namespace ctltest
