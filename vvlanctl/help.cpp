@@ -133,8 +133,9 @@ Options:
                        load-complete marker (default 30)
   --speed X            X times the recorded pace (default 1)
   --fast               each event once the daemon has handled the one before
-  --until TIME         stop at a recorded time: 2026-11-24T00:45:01Z, or
-                       seconds from the recording's start (90s)
+  --until TIME         stop at a recorded time: 2026-11-24T00:45:01Z (or
+                       with its offset, as watch prints it), or seconds
+                       from the recording's start (90s)
   -j, --json           one JSON document (schema: replay.schema.json)
 
 At the end the daemon's keys of both databases are compared with the

@@ -30,8 +30,9 @@ bool parse_double(const std::string &text, double *out) {
     return !text.empty() && end != nullptr && *end == '\0';
 }
 
-// "2026-11-24T00:45:01[.123456]Z" as history and watch print it, or
-// seconds from the recording's start ("90s", "90", "1.5s").
+// "2026-11-24T00:45:01[.123456]Z" or "2026-11-24T01:45:01.250+01:00", as
+// history and watch print it, or seconds from the recording's start ("90s",
+// "90", "1.5s").
 bool parse_until(const std::string &text, replay_options *o) {
     if (!text.empty() && (text.back() == 's' || text.find('T') == std::string::npos)) {
         double seconds = 0;
@@ -55,13 +56,24 @@ bool parse_until(const std::string &text, replay_options *o) {
             scale /= 10;
         }
     }
+    // UTC as history prints it, or local time and its offset as watch does.
+    int64_t offset_s = 0;
     if (*rest == 'Z') {
         ++rest;
+    } else if (*rest == '+' || *rest == '-') {
+        unsigned hh = 0;
+        unsigned mm = 0;
+        int used = 0;
+        if (std::sscanf(rest + 1, "%2u:%2u%n", &hh, &mm, &used) != 2 || used != 5) {
+            return false;
+        }
+        offset_s = (*rest == '-' ? -1 : 1) * static_cast<int64_t>(hh * 3600 + mm * 60);
+        rest += 6;
     }
     if (*rest != '\0') {
         return false;
     }
-    o->until_wall_us = static_cast<int64_t>(timegm(&tm)) * 1000000 + micros;
+    o->until_wall_us = (static_cast<int64_t>(timegm(&tm)) - offset_s) * 1000000 + micros;
     return true;
 }
 

@@ -376,6 +376,16 @@ TEST_F(ReplayTest, UntilStopsAtTheRecordedTime) {
     const tool_result r = replay({"--fast", "--until", "2026-11-18T11:06:40.000Z", path});
     EXPECT_EQ(r.status, 0) << r.out << r.err;
     EXPECT_NE(r.out.find("replayed 0 events in"), std::string::npos) << r.out;
+    // The same time as watch prints it, in a zone of its own; and a
+    // second later, after everything.
+    for (const auto &[until, played] : std::vector<std::pair<std::string, std::string>>{
+             {"2026-11-18T12:36:40+01:30", "0"}, {"2026-11-18T10:06:41.000-01:00", "2"}}) {
+        const tool_result z = replay({"--fast", "--until", until, path});
+        EXPECT_EQ(z.status, 0) << until << "\n" << z.out << z.err;
+        EXPECT_NE(z.out.find("replayed " + played + " events in"), std::string::npos)
+            << until << "\n"
+            << z.out;
+    }
 }
 
 // --on: a given server, refused while it holds anything, emptied after.
