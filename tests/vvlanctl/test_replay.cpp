@@ -285,7 +285,8 @@ TEST_F(ReplayTest, PhoneJoinsAsRecorded) {
 // The replayed daemon joins where the recorded one did not: a join key the
 // replay has and the recording lacks.
 TEST_F(ReplayTest, RecordingWithoutTheJoinDiffers) {
-    const tool_result r = replay({"--fast", phone_recording(fault::without_join)});
+    const std::string path = phone_recording(fault::without_join);
+    const tool_result r = replay({"--fast", path});
     EXPECT_EQ(r.status, 1) << r.out << r.err;
     EXPECT_NE(r.out.find("join_key_without_join port 5: warning: db 1 " + join_key(5) +
                          ": recorded none, replayed 0x"),
@@ -295,6 +296,12 @@ TEST_F(ReplayTest, RecordingWithoutTheJoinDiffers) {
               std::vector<std::string>{"join_key_without_join port 5"})
         << r.out;
     EXPECT_TRUE(nothing_left());
+
+    const tool_result j = replay({"--fast", "-j", path});
+    EXPECT_EQ(j.status, 1) << j.err;
+    const verdict v = schema_check(server().dir(), "replay", j.out);
+    EXPECT_EQ(v.status, 0) << v.says << "\n" << j.out;
+    EXPECT_NE(j.out.find("\"kind\": \"join_key_without_join\""), std::string::npos) << j.out;
 }
 
 // The other way: the recording holds the port joined (its join request and
