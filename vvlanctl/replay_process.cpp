@@ -201,13 +201,20 @@ bool replay_daemon::start(std::string *why) {
         close(slave);
         return false;
     }
+    const pid_t parent = getpid();
     pid_ = fork();
     if (pid_ < 0) {
         *why = std::string("fork: ") + std::strerror(errno);
         return false;
     }
     if (pid_ == 0) {
+        // Its own session (the terminal is its controlling one), and gone
+        // with us even when we are killed outright.
         setsid();
+        prctl(PR_SET_PDEATHSIG, SIGTERM);
+        if (getppid() != parent) {
+            _exit(127);
+        }
         dup2(null_fd, STDIN_FILENO);
         dup2(slave, STDOUT_FILENO);
         dup2(trace_fd_, STDERR_FILENO);

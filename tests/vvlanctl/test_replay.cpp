@@ -30,8 +30,14 @@ std::string read_file(const std::string &path) {
 // replay runs on a PC whichever daemon it plays to: this tree's tool, also
 // when the daemon is a target build under the emulator (which run_tool
 // would run the target's tool for).
-tool_result run_pc_tool(const std::string &dir, const std::vector<std::string> &args,
-                        const std::string &tmp, std::chrono::milliseconds deadline) {
+struct pc_tool {
+    pid_t pid = -1;
+    std::string out;
+    std::string err;
+};
+
+pc_tool start_pc_tool(const std::string &dir, const std::vector<std::string> &args,
+                      const std::string &tmp) {
     std::vector<std::string> text = {VVLANCTL_TEST_TOOL};
     text.insert(text.end(), args.begin(), args.end());
     std::vector<char *> argv;
@@ -50,37 +56,45 @@ tool_result run_pc_tool(const std::string &dir, const std::vector<std::string> &
         envp.push_back(e.data());
     }
     envp.push_back(nullptr);
-    const std::string out = dir + "/replay.out";
-    const std::string err = dir + "/replay.err";
+    pc_tool t{-1, dir + "/replay.out", dir + "/replay.err"};
     posix_spawn_file_actions_t files;
     posix_spawn_file_actions_init(&files);
     posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, out.c_str(),
+    posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, t.out.c_str(),
                                      O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    posix_spawn_file_actions_addopen(&files, STDERR_FILENO, err.c_str(),
+    posix_spawn_file_actions_addopen(&files, STDERR_FILENO, t.err.c_str(),
                                      O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    pid_t pid = -1;
-    tool_result r;
-    const int failed = posix_spawn(&pid, argv[0], &files, nullptr, argv.data(), envp.data());
+    if (posix_spawn(&t.pid, argv[0], &files, nullptr, argv.data(), envp.data()) != 0) {
+        t.pid = -1;
+    }
     posix_spawn_file_actions_destroy(&files);
-    if (failed != 0) {
+    return t;
+}
+
+// Its status and output; SIGTERM at the deadline (replay stops its daemon
+// and server on it) and status -1.
+tool_result wait_pc_tool(const pc_tool &t, std::chrono::milliseconds deadline) {
+    tool_result r;
+    if (t.pid < 0) {
         return r;
     }
     const auto until = std::chrono::steady_clock::now() + deadline;
     int status = 0;
-    while (waitpid(pid, &status, WNOHANG) == 0) {
+    bool late = false;
+    while (waitpid(t.pid, &status, WNOHANG) == 0) {
         if (std::chrono::steady_clock::now() >= until) {
-            kill(pid, SIGTERM); // replay stops its daemon and server on it
-            waitpid(pid, &status, 0);
-            r.out = read_file(out);
-            r.err = read_file(err);
-            return r;
+            kill(t.pid, SIGTERM);
+            waitpid(t.pid, &status, 0);
+            late = true;
+            break;
         }
         std::this_thread::sleep_for(10ms);
     }
-    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    r.out = read_file(out);
-    r.err = read_file(err);
+    if (!late) {
+        r.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    }
+    r.out = read_file(t.out);
+    r.err = read_file(t.err);
     return r;
 }
 
@@ -170,6 +184,8 @@ class ReplayTest : public CtlTest {
                 }
             }
         }
+        // Nothing recorded for a while.
+        void quiet(std::chrono::seconds d) { now += d.count() * 1000000; }
         void link(rec::link_state s) { add(of(rec::record_type::link, static_cast<uint8_t>(s))); }
         void presence(rec::presence_state s) {
             add(of(rec::record_type::presence, static_cast<uint8_t>(s)));
@@ -232,7 +248,7 @@ class ReplayTest : public CtlTest {
 
     // vvlanctl replay ... -- <the daemon under test>, with this test's
     // redis-server binary and a TMPDIR of the test's own.
-    tool_result replay(std::vector<std::string> args) {
+    pc_tool start_replay(const std::vector<std::string> &args) {
         std::vector<std::string> argv = {"replay", "--redis-server", server_bin(), "--trace",
                                          trace_path()};
         argv.insert(argv.end(), args.begin(), args.end());
@@ -241,7 +257,10 @@ class ReplayTest : public CtlTest {
         argv.insert(argv.end(), config.emulator.begin(), config.emulator.end());
         argv.push_back(config.daemon);
         std::filesystem::create_directories(tmp_dir());
-        return run_pc_tool(server().dir(), argv, tmp_dir(), integration::patience(60s));
+        return start_pc_tool(server().dir(), argv, tmp_dir());
+    }
+    tool_result replay(const std::vector<std::string> &args) {
+        return wait_pc_tool(start_replay(args), integration::patience(60s));
     }
     std::string tmp_dir() { return server().dir() + "/tmp"; }
     // The fixture's server as it was started (its argv[0]: redis-server
@@ -441,6 +460,41 @@ TEST_F(ReplayTest, DaemonAwayMissesWhatHappened) {
     EXPECT_NE(t.find("get_data_end_pmsg_f"), std::string::npos) << t;
     EXPECT_EQ(t.find("key=/bri/mac/macTblDyn_vvlan/100/6/" + PHONE), std::string::npos) << t;
     EXPECT_NE(r.out.find("replayed 1 events in"), std::string::npos) << r.out;
+}
+
+} // namespace
+} // namespace ctltest
+
+namespace ctltest {
+namespace {
+
+// SIGTERM (as SIGINT) while it waits for the next recorded event: the
+// daemon and the server are stopped and their directory is gone.
+TEST_F(ReplayTest, SignalStopsEverything) {
+    rec::keyspace before;
+    configured(&before);
+    stop_fixture_daemon();
+    writer w;
+    w.snapshot(before);
+    w.presence(rec::presence_state::subscribed); // the pace counts from here
+    w.quiet(600s);
+    w.event(0, learning_key(100, 6, PHONE), "");
+    const pc_tool t = start_replay({save(w.bytes)});
+    // Running once its traces show the barrier after the warm-up.
+    ASSERT_TRUE(testsupport::eventually(
+        [&] { return trace().find("get_data_end_pmsg_f") != std::string::npos; },
+        integration::patience(20s)))
+        << read_file(t.err);
+    pid_t daemon_pid = 0;
+    std::ifstream(pid_file()) >> daemon_pid;
+    ASSERT_GT(daemon_pid, 0);
+    kill(t.pid, SIGTERM);
+    const tool_result r = wait_pc_tool(t, integration::patience(20s));
+    EXPECT_EQ(r.status, 3) << r.out << r.err;
+    EXPECT_NE(r.err.find("interrupted"), std::string::npos) << r.err;
+    EXPECT_EQ(r.out, "");
+    EXPECT_TRUE(nothing_left());
+    EXPECT_NE(kill(daemon_pid, 0), 0) << "the daemon is still running";
 }
 
 } // namespace
