@@ -349,7 +349,8 @@ int cmd_replay(const tool_context &t) {
     server.stop(o.keep);
     close(trace_fd);
     if (status == EXIT_UNKNOWN) {
-        return fail(t, EXIT_UNKNOWN, why);
+        // A signal cuts every wait short: that, not the wait, is the reason.
+        return fail(t, EXIT_UNKNOWN, replay_interrupted() ? "interrupted" : why);
     }
     write_output(o.json ? report_json(report) : report_text(report));
     return status;
