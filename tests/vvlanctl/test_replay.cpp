@@ -217,7 +217,7 @@ class ReplayTest : public CtlTest {
         stop_fixture_daemon();
     }
 
-    enum class fault { none, without_join, without_learning };
+    enum class fault { none, without_join, without_learning, other_vid_copy };
     // A phone learned on phyid 6 (port 5), and the daemon joining the port.
     // without_join leaves the join request out of the recording,
     // without_learning the learning that caused it.
@@ -228,6 +228,9 @@ class ReplayTest : public CtlTest {
         EXPECT_TRUE(after.contains({1, join_key(5)}));
         if (f == fault::without_join) {
             after.erase({1, join_key(5)});
+        }
+        if (f == fault::other_vid_copy) {
+            after[{0, "/bridge/vvlan/vid/100"}].value = std::string("\x12\x34", 2);
         }
         if (f == fault::without_learning) {
             after.erase({0, learning_key(100, 6, PHONE)});
@@ -321,6 +324,20 @@ TEST_F(ReplayTest, RecordingWithoutTheJoinDiffers) {
     const verdict v = schema_check(server().dir(), "replay", j.out);
     EXPECT_EQ(v.status, 0) << v.says << "\n" << j.out;
     EXPECT_NE(j.out.find("\"kind\": \"join_key_without_join\""), std::string::npos) << j.out;
+}
+
+// Any other copy of the daemon's: its key and both values, in hex for bytes.
+TEST_F(ReplayTest, OtherCopyDiffers) {
+    const tool_result r = replay({"--fast", phone_recording(fault::other_vid_copy)});
+    EXPECT_EQ(r.status, 1) << r.out << r.err;
+    EXPECT_EQ(r.out.rfind("published_differs: warning: db 0 /bridge/vvlan/vid/100: recorded "
+                          "0x1234, replayed 0x",
+                          0),
+              0u)
+        << r.out;
+    EXPECT_EQ(kinds(r.out.substr(0, r.out.find("audit of"))),
+              std::vector<std::string>{"published_differs"})
+        << r.out;
 }
 
 // The other way: the recording holds the port joined (its join request and
