@@ -48,3 +48,5 @@ int cmd_sync(const tool_context &t);
 int cmd_metrics(const tool_context &t);
 // The flight recorder: record writes a recording of the keys and events.
 int cmd_record(const tool_context &t);
+// replay plays a recording to a daemon and compares what it made.
+int cmd_replay(const tool_context &t);

@@ -56,6 +56,8 @@ Commands:
   add mvlan INDEX MAC MASK VLAN | del mvlan INDEX  MAC-VLAN table entries
   debug LEVEL              the daemon's trace level (debugDovVVlan)
   sync [--timeout SECONDS] wait until the daemon has handled every write
+  replay [--fast] RECORDING... -- DAEMON [ARGS...]   play a flight recording
+                           to a daemon on this machine and compare
 
 -j, --json before or after a reading command (show, check, watch) prints
 JSON; its schemas are installed under share/dov_vvlan/schema.
@@ -101,6 +103,50 @@ port IFX, ouis and mac-vlan print one part (port: with the daemon's state).
 --json: one object, schema_version 1, every value configured and applied
 side by side, null where there is none, addresses as 00:e0:bb:12:34:56
 (schema: show.schema.json, docs/vvlanctl-json.md).
+)";
+
+const char *const REPLAY_HELP =
+    R"(usage: vvlanctl replay [options] RECORDING... -- DAEMON [ARGS...]
+
+Plays a recording of vvlanctl record to a daemon on this machine and
+compares what it publishes with what the recorded daemon published. Starts
+a private redis-server (Unix socket, keyspace events on, a user of its own
+for the daemon), loads the recording's first snapshot (learned addresses
+are re-written once the daemon runs, since it learns only from events),
+starts DAEMON ARGS under a pseudo-terminal with TUKREDIS_SOCKET,
+TUKREDIS_USER and TUKREDIS_PASSWORD, turns its traces on, and writes every
+recorded event of a key the daemon does not write itself, in order. A lost
+subscription is played by denying the daemon PSUBSCRIBE and closing its
+subscription connection; a daemon that went away is stopped and started
+again. Several files: a ring's older file first.
+  e.g. vvlanctl replay --fast rec.vvr -- out/host/src/dov_vvlan
+
+Options:
+  --redis-server PATH  the server to start ($REDIS_SERVER_BIN, else
+                       redis-server in PATH)
+  --on SOCKET          use this server instead; databases 0 and 1 must be
+                       empty (they are emptied again at the end)
+  --keep               keep the private server's directory (dump.rdb)
+  --trace FILE         the daemon's output (default replay.trace)
+  --debug LEVEL        the trace level written to debugDovVVlan (default 32)
+  --timeout SECONDS    for the daemon to subscribe and to copy the
+                       load-complete marker (default 30)
+  --speed X            X times the recorded pace (default 1)
+  --fast               each event once the daemon has handled the one before
+  --until TIME         stop at a recorded time: 2026-11-24T00:45:01Z (or
+                       with its offset, as watch prints it), or seconds
+                       from the recording's start (90s)
+  -j, --json           one JSON document (schema: replay.schema.json)
+
+At the end the daemon's keys of both databases are compared with the
+recording's at the same point; each difference is printed as one of check's
+findings (join_key_missing, join_key_without_join, published_differs), then
+check's audit of the replayed databases and a summary line.
+The daemon traces its own start-up only when its marker file
+(/var/tmp/dov_vvlan_dbg under its prefix) is there.
+Exit status: 0 no difference, 1 differences, 3 bad usage, a recording with
+a fault (refused before anything starts), no server, or a daemon that never
+subscribed.
 )";
 
 const char *const METRICS_HELP = R"(usage: vvlanctl metrics
@@ -283,7 +329,7 @@ const entry HELPS[] = {
     {"set", WRITE_HELP},     {"unset", WRITE_HELP},     {"add", WRITE_HELP},
     {"del", WRITE_HELP},     {"learn", WRITE_HELP},     {"age", WRITE_HELP},
     {"specify", WRITE_HELP}, {"unspecify", WRITE_HELP}, {"debug", WRITE_HELP},
-    {"sync", SYNC_HELP},     {"metrics", METRICS_HELP},
+    {"sync", SYNC_HELP},     {"metrics", METRICS_HELP}, {"replay", REPLAY_HELP},
 };
 
 } // namespace

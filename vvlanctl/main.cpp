@@ -19,10 +19,12 @@ struct command_entry {
 };
 
 const command_entry COMMANDS[] = {
-    {"show", cmd_show},   {"check", cmd_check},     {"watch", cmd_watch},     {"set", cmd_write},
-    {"unset", cmd_write}, {"add", cmd_write},       {"del", cmd_write},       {"learn", cmd_write},
-    {"age", cmd_write},   {"specify", cmd_write},   {"unspecify", cmd_write}, {"debug", cmd_write},
-    {"sync", cmd_sync},   {"metrics", cmd_metrics}, {"record", cmd_record},
+    {"show", cmd_show},     {"check", cmd_check},     {"watch", cmd_watch},
+    {"set", cmd_write},     {"unset", cmd_write},     {"add", cmd_write},
+    {"del", cmd_write},     {"learn", cmd_write},     {"age", cmd_write},
+    {"specify", cmd_write}, {"unspecify", cmd_write}, {"debug", cmd_write},
+    {"sync", cmd_sync},     {"metrics", cmd_metrics}, {"record", cmd_record},
+    {"replay", cmd_replay},
 };
 
 int usage(const std::string &why) {

@@ -14,8 +14,10 @@ import sys
 # Words typed so far (the last one is being completed) -> the candidates.
 CASES = [
     (["vvlanctl", ""], {"show", "check", "watch", "metrics", "set", "unset", "add", "del",
-                        "learn", "age", "specify", "unspecify", "debug", "sync"}),
+                        "learn", "age", "specify", "unspecify", "debug", "sync",
+                        "replay"}),
     (["vvlanctl", "s"], {"show", "set", "specify", "sync"}),
+    (["vvlanctl", "replay", "--f"], {"--fast"}),
     (["vvlanctl", "--v"], {"--version"}),
     (["vvlanctl", "-s", "/run/redis.sock", "wa"], {"watch"}),
     (["vvlanctl", "set", ""], {"vid", "aging", "cos", "security", "auto"}),

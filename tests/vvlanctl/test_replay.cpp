@@ -1,0 +1,518 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// vvlanctl replay: recordings made with rec::encoder from what the real
+// daemon did on the fixture's server, played to a second daemon that replay
+// starts on a private server of its own, and the two compared.
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "ctl_fixture.h"
+#include "recording_file.h"
+#include "validators.h"
+#include "wire/key_parse.h"
+
+namespace ctltest {
+namespace {
+
+const std::string PHONE = "00e0bb123456";
+
+std::string read_file(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+// replay runs on a PC whichever daemon it plays to: this tree's tool, also
+// when the daemon is a target build under the emulator (which run_tool
+// would run the target's tool for).
+struct pc_tool {
+    pid_t pid = -1;
+    std::string out;
+    std::string err;
+};
+
+pc_tool start_pc_tool(const std::string &dir, const std::vector<std::string> &args,
+                      const std::string &tmp) {
+    std::vector<std::string> text = {VVLANCTL_TEST_TOOL};
+    text.insert(text.end(), args.begin(), args.end());
+    std::vector<char *> argv;
+    for (std::string &a : text) {
+        argv.push_back(a.data());
+    }
+    argv.push_back(nullptr);
+    std::vector<std::string> env_text = {"TMPDIR=" + tmp};
+    for (char **e = environ; *e != nullptr; ++e) {
+        if (std::string(*e).rfind("TMPDIR=", 0) != 0) {
+            env_text.emplace_back(*e);
+        }
+    }
+    std::vector<char *> envp;
+    for (std::string &e : env_text) {
+        envp.push_back(e.data());
+    }
+    envp.push_back(nullptr);
+    pc_tool t{-1, dir + "/replay.out", dir + "/replay.err"};
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, t.out.c_str(),
+                                     O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    posix_spawn_file_actions_addopen(&files, STDERR_FILENO, t.err.c_str(),
+                                     O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (posix_spawn(&t.pid, argv[0], &files, nullptr, argv.data(), envp.data()) != 0) {
+        t.pid = -1;
+    }
+    posix_spawn_file_actions_destroy(&files);
+    return t;
+}
+
+// Its status and output; SIGTERM at the deadline (replay stops its daemon
+// and server on it) and status -1.
+tool_result wait_pc_tool(const pc_tool &t, std::chrono::milliseconds deadline) {
+    tool_result r;
+    if (t.pid < 0) {
+        return r;
+    }
+    const auto until = std::chrono::steady_clock::now() + deadline;
+    int status = 0;
+    bool late = false;
+    while (waitpid(t.pid, &status, WNOHANG) == 0) {
+        if (std::chrono::steady_clock::now() >= until) {
+            kill(t.pid, SIGTERM);
+            waitpid(t.pid, &status, 0);
+            late = true;
+            break;
+        }
+        std::this_thread::sleep_for(10ms);
+    }
+    if (!late) {
+        r.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    }
+    r.out = read_file(t.out);
+    r.err = read_file(t.err);
+    return r;
+}
+
+class ReplayTest : public CtlTest {
+  protected:
+    // Every key of the families in both databases, as a snapshot holds them.
+    rec::keyspace capture() {
+        rec::keyspace out;
+        for (const int db : {0, 1}) {
+            for (const std::string &key : redis().keys(db, "*")) {
+                const auto v = redis().get(db, key);
+                if (v && family_of_key(key)) {
+                    out[{db, key}] = {rec::value_kind::string, *v, rec::NO_TTL};
+                }
+            }
+        }
+        return out;
+    }
+
+    // A one-segment recording, written as the recorder would.
+    struct writer {
+        rec::segment_header h = [] {
+            rec::segment_header s;
+            s.start_wall_us = 1795000000000000;
+            s.start_mono_us = 1000000;
+            s.tool = "vvlanctl test";
+            s.server = "test";
+            s.families = rec::current_families();
+            return s;
+        }();
+        rec::encoder enc{h};
+        std::string bytes = enc.header();
+        int64_t now = 1000000;
+
+        void add(rec::record r) {
+            now += 1000;
+            r.mono_us = now;
+            r.wall_us = h.start_wall_us + (now - h.start_mono_us);
+            enc.append(r, &bytes);
+        }
+        static rec::record of(rec::record_type t, uint8_t state = 0) {
+            rec::record r;
+            r.type = t;
+            r.state = state;
+            return r;
+        }
+        void snapshot(const rec::keyspace &space,
+                      rec::snapshot_reason why = rec::snapshot_reason::start) {
+            add(of(rec::record_type::snapshot_begin, static_cast<uint8_t>(why)));
+            for (const auto &[id, v] : space) {
+                rec::record r = of(rec::record_type::snapshot_key);
+                r.db = id.first;
+                r.key = id.second;
+                r.kind = v.kind;
+                r.value = v.value;
+                r.ttl_ms = v.ttl_ms;
+                add(r);
+            }
+            rec::record end = of(rec::record_type::snapshot_end);
+            end.count = space.size();
+            add(end);
+        }
+        void event(int db, const std::string &key, const std::optional<std::string> &value) {
+            rec::record r = of(rec::record_type::event);
+            r.db = db;
+            r.event = value ? "set" : "del";
+            r.key = key;
+            r.kind = value ? rec::value_kind::string : rec::value_kind::absent;
+            r.value = value.value_or("");
+            add(r);
+        }
+        // Every write from before to after: the ones made to the daemon
+        // first, then the daemon's own, as the recorder would see them.
+        void changes(const rec::keyspace &before, const rec::keyspace &after) {
+            for (const bool owned : {false, true}) {
+                for (const auto &[id, v] : after) {
+                    const auto it = before.find(id);
+                    if (rec::daemon_owned(id.first, id.second) == owned &&
+                        (it == before.end() || it->second.value != v.value)) {
+                        event(id.first, id.second, v.value);
+                    }
+                }
+                for (const auto &[id, v] : before) {
+                    if (rec::daemon_owned(id.first, id.second) == owned && !after.contains(id)) {
+                        event(id.first, id.second, std::nullopt);
+                    }
+                }
+            }
+        }
+        // Nothing recorded for a while.
+        void quiet(std::chrono::seconds d) { now += d.count() * 1000000; }
+        void link(rec::link_state s) { add(of(rec::record_type::link, static_cast<uint8_t>(s))); }
+        void presence(rec::presence_state s) {
+            add(of(rec::record_type::presence, static_cast<uint8_t>(s)));
+        }
+    };
+
+    // The usual configuration and the daemon's answer to it, recorded
+    // around the switch's own daemon; that daemon is gone afterwards, since
+    // replay's shares the tree's pid file.
+    void configured(rec::keyspace *before) {
+        start_daemon(false);
+        set_vid(100);
+        add_oui(integration::OUI_A);
+        auto_port(5);
+        barrier();
+        *before = capture();
+    }
+    void stop_fixture_daemon() {
+        daemon_.reset();
+        unlink(pid_file().c_str());
+    }
+
+    // The configuration, then the phone learned and its port joined.
+    void phone_story(rec::keyspace *before, rec::keyspace *after) {
+        configured(before);
+        learn(100, 6, PHONE);
+        barrier();
+        *after = capture();
+        stop_fixture_daemon();
+    }
+
+    enum class fault { none, without_join, without_learning, other_vid_copy };
+    // A phone learned on phyid 6 (port 5), and the daemon joining the port.
+    // without_join leaves the join request out of the recording,
+    // without_learning the learning that caused it.
+    std::string phone_recording(fault f = fault::none) {
+        rec::keyspace before;
+        rec::keyspace after;
+        phone_story(&before, &after);
+        EXPECT_TRUE(after.contains({1, join_key(5)}));
+        if (f == fault::without_join) {
+            after.erase({1, join_key(5)});
+        }
+        if (f == fault::other_vid_copy) {
+            after[{0, "/bridge/vvlan/vid/100"}].value = std::string("\x12\x34", 2);
+        }
+        if (f == fault::without_learning) {
+            after.erase({0, learning_key(100, 6, PHONE)});
+        }
+        writer w;
+        w.snapshot(before);
+        w.changes(before, after);
+        return save(w.bytes);
+    }
+
+    std::string save(const std::string &bytes) {
+        const std::string path = server().dir() + "/rec" + std::to_string(++files_) + ".vvr";
+        std::ofstream(path, std::ios::binary) << bytes;
+        return path;
+    }
+
+    std::string trace_path() { return server().dir() + "/replay.trace"; }
+
+    // vvlanctl replay ... -- <the daemon under test>, with this test's
+    // redis-server binary and a TMPDIR of the test's own.
+    pc_tool start_replay(const std::vector<std::string> &args) {
+        std::vector<std::string> argv = {"replay", "--redis-server", server_bin(), "--trace",
+                                         trace_path()};
+        argv.insert(argv.end(), args.begin(), args.end());
+        argv.push_back("--");
+        const auto &config = integration::daemon_config::get();
+        argv.insert(argv.end(), config.emulator.begin(), config.emulator.end());
+        argv.push_back(config.daemon);
+        std::filesystem::create_directories(tmp_dir());
+        return start_pc_tool(server().dir(), argv, tmp_dir());
+    }
+    tool_result replay(const std::vector<std::string> &args) {
+        return wait_pc_tool(start_replay(args), integration::patience(60s));
+    }
+    std::string tmp_dir() { return server().dir() + "/tmp"; }
+    // The fixture's server as it was started (its argv[0]: redis-server
+    // tells its tools apart by the name it is run under, so not /proc's exe).
+    std::string server_bin() {
+        std::ifstream in("/proc/" + std::to_string(server().pid()) + "/cmdline");
+        std::string argv0;
+        std::getline(in, argv0, '\0');
+        return argv0.substr(0, argv0.find(' ')); // the server retitles itself
+    }
+    std::string trace() { return read_file(trace_path()); }
+    bool nothing_left() { return std::filesystem::is_empty(tmp_dir()); }
+
+    int files_ = 0;
+};
+
+TEST_F(ReplayTest, PhoneJoinsAsRecorded) {
+    const std::string path = phone_recording();
+    // Traces from the start, the re-synchronisation with them: the debug
+    // key turns them on only once the daemon runs.
+    std::ofstream(marker_file()) << "";
+    const tool_result r = replay({"--fast", path});
+    EXPECT_EQ(r.status, 0) << r.out << r.err;
+    // The learning and the load-complete marker that followed it.
+    EXPECT_NE(r.out.find("replayed 2 events in"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find(", 0 differences\n"), std::string::npos) << r.out;
+    const std::string t = trace();
+    EXPECT_NE(t.find("check_db_validate end"), std::string::npos) << t;
+    // The learning handler joining the port.
+    EXPECT_NE(t.find("key=/bri/mac/macTblDyn_vvlan/100/6/" + PHONE), std::string::npos) << t;
+    EXPECT_NE(t.find("<set_oui_msg: "), std::string::npos) << t;
+    EXPECT_NE(t.find("ifx=5, mode=2"), std::string::npos) << t;
+    EXPECT_TRUE(nothing_left());
+
+    const tool_result j = replay({"--fast", "--json", path});
+    EXPECT_EQ(j.status, 0) << j.err;
+    const verdict v = schema_check(server().dir(), "replay", j.out);
+    EXPECT_EQ(v.status, 0) << v.says << "\n" << j.out;
+}
+
+// The replayed daemon joins where the recorded one did not: a join key the
+// replay has and the recording lacks.
+TEST_F(ReplayTest, RecordingWithoutTheJoinDiffers) {
+    const std::string path = phone_recording(fault::without_join);
+    const tool_result r = replay({"--fast", path});
+    EXPECT_EQ(r.status, 1) << r.out << r.err;
+    EXPECT_NE(r.out.find("join_key_without_join port 5: warning: db 1 " + join_key(5) +
+                         ": recorded none, replayed 0x"),
+              std::string::npos)
+        << r.out;
+    EXPECT_EQ(kinds(r.out.substr(0, r.out.find("audit of"))),
+              std::vector<std::string>{"join_key_without_join port 5"})
+        << r.out;
+    EXPECT_TRUE(nothing_left());
+
+    const tool_result j = replay({"--fast", "-j", path});
+    EXPECT_EQ(j.status, 1) << j.err;
+    const verdict v = schema_check(server().dir(), "replay", j.out);
+    EXPECT_EQ(v.status, 0) << v.says << "\n" << j.out;
+    EXPECT_NE(j.out.find("\"kind\": \"join_key_without_join\""), std::string::npos) << j.out;
+}
+
+// Any other copy of the daemon's: its key and both values, in hex for bytes.
+TEST_F(ReplayTest, OtherCopyDiffers) {
+    const tool_result r = replay({"--fast", phone_recording(fault::other_vid_copy)});
+    EXPECT_EQ(r.status, 1) << r.out << r.err;
+    EXPECT_EQ(r.out.rfind("published_differs: warning: db 0 /bridge/vvlan/vid/100: recorded "
+                          "0x1234, replayed 0x",
+                          0),
+              0u)
+        << r.out;
+    EXPECT_EQ(kinds(r.out.substr(0, r.out.find("audit of"))),
+              std::vector<std::string>{"published_differs"})
+        << r.out;
+}
+
+// The other way: the recording holds the port joined (its join request and
+// mode 2 key) but not the learning, so the replayed daemon never joins.
+TEST_F(ReplayTest, RecordingWithoutTheLearningDiffers) {
+    const tool_result r = replay({"--fast", phone_recording(fault::without_learning)});
+    EXPECT_EQ(r.status, 1) << r.out << r.err;
+    EXPECT_NE(
+        r.out.find("join_key_missing port 5: critical: db 1 " + join_key(5) + ": recorded 0x"),
+        std::string::npos)
+        << r.out;
+    EXPECT_EQ(kinds(r.out.substr(0, r.out.find("audit of"))),
+              (std::vector<std::string>{"join_key_missing port 5", "join_key_missing port 5"}))
+        << r.out;
+}
+
+TEST_F(ReplayTest, RecordingWithAFaultIsRefused) {
+    writer w;
+    w.snapshot({{{1, "/bridge/vvlan/vid/100"}, {rec::value_kind::string, "", rec::NO_TTL}}});
+    w.event(0, learning_key(100, 6, PHONE), "");
+    const std::string bytes = w.bytes.substr(0, w.bytes.size() - 3);
+    const tool_result r = replay({"--fast", save(bytes)});
+    EXPECT_EQ(r.status, 3) << r.out << r.err;
+    EXPECT_NE(r.err.find("byte "), std::string::npos) << r.err;
+    EXPECT_EQ(r.out, "");
+    EXPECT_TRUE(nothing_left());
+    EXPECT_FALSE(std::filesystem::exists(trace_path()));
+}
+
+// The subscription lost while the process lived: a learning then is
+// missed, and the re-synchronisation does not bring it back, so the port
+// stays out of the voice VLAN, as on the switch.
+TEST_F(ReplayTest, LearningWhileUnsubscribedIsMissed) {
+    rec::keyspace before;
+    configured(&before);
+    stop_fixture_daemon();
+    writer w;
+    w.snapshot(before);
+    w.presence(rec::presence_state::subscribed);
+    w.presence(rec::presence_state::connected);
+    w.event(0, learning_key(100, 6, PHONE), "");
+    w.presence(rec::presence_state::subscribed);
+    const tool_result r = replay({"--fast", save(w.bytes)});
+    EXPECT_EQ(r.status, 0) << r.out << r.err;
+    EXPECT_NE(r.out.find(", 0 differences\n"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("voice_address_not_joined port 5"), std::string::npos) << r.out;
+    EXPECT_TRUE(nothing_left());
+}
+
+} // namespace
+} // namespace ctltest
+
+namespace ctltest {
+namespace {
+
+// What changed while the recorder's own connection was lost reaches the
+// daemon as the difference its reconnect snapshot shows.
+TEST_F(ReplayTest, ReconnectSnapshotIsPlayedAsItsDifference) {
+    rec::keyspace before;
+    rec::keyspace after;
+    phone_story(&before, &after);
+    writer w;
+    w.snapshot(before);
+    w.link(rec::link_state::lost);
+    w.link(rec::link_state::restored);
+    w.snapshot(after, rec::snapshot_reason::reconnect);
+    const tool_result r = replay({"--fast", save(w.bytes)});
+    EXPECT_EQ(r.status, 0) << r.out << r.err;
+    // The learning and the marker written meanwhile.
+    EXPECT_NE(r.out.find("replayed 2 events in"), std::string::npos) << r.out;
+    EXPECT_NE(r.err.find("the recorder's connection was lost"), std::string::npos) << r.err;
+}
+
+// --until: the recording's keyspace at that time, and nothing played after.
+TEST_F(ReplayTest, UntilStopsAtTheRecordedTime) {
+    const std::string path = phone_recording();
+    // writer's recordings start at 2026-11-18T11:06:40Z; the snapshot ends a
+    // few milliseconds later, the phone comes after it.
+    const tool_result r = replay({"--fast", "--until", "2026-11-18T11:06:40.000Z", path});
+    EXPECT_EQ(r.status, 0) << r.out << r.err;
+    EXPECT_NE(r.out.find("replayed 0 events in"), std::string::npos) << r.out;
+    // The same time as watch prints it, in a zone of its own; and a
+    // second later, after everything.
+    for (const auto &[until, played] : std::vector<std::pair<std::string, std::string>>{
+             {"2026-11-18T12:36:40+01:30", "0"}, {"2026-11-18T10:06:41.000-01:00", "2"}}) {
+        const tool_result z = replay({"--fast", "--until", until, path});
+        EXPECT_EQ(z.status, 0) << until << "\n" << z.out << z.err;
+        EXPECT_NE(z.out.find("replayed " + played + " events in"), std::string::npos)
+            << until << "\n"
+            << z.out;
+    }
+}
+
+// --on: a given server, refused while it holds anything, emptied after.
+TEST_F(ReplayTest, OnAGivenServer) {
+    const std::string path = phone_recording();
+    redis().flushall();
+    fwd_set("/bridge/mac_vlan/table/256", "x");
+    tool_result r = replay({"--fast", "--on", server().socket_path(), path});
+    EXPECT_EQ(r.status, 3) << r.out << r.err;
+    EXPECT_NE(r.err.find("database 0 is not empty"), std::string::npos) << r.err;
+    EXPECT_EQ(db0("/bridge/mac_vlan/table/256"), "x");
+    fwd_del("/bridge/mac_vlan/table/256");
+    redis().config_set("notify-keyspace-events", "");
+    r = replay({"--fast", "--on", server().socket_path(), path});
+    EXPECT_EQ(r.status, 0) << r.out << r.err;
+    EXPECT_TRUE(redis().keys(0, "*").empty());
+    EXPECT_TRUE(redis().keys(1, "*").empty());
+    // Its keyspace events as they were.
+    EXPECT_EQ(redis().config_get("notify-keyspace-events"), "");
+}
+
+} // namespace
+} // namespace ctltest
+
+namespace ctltest {
+namespace {
+
+// A daemon that went away is stopped and started again when it is back;
+// what was learned meanwhile is not known to it (the re-synchronisation
+// does not re-read learnings), so its port stays out, as on the switch.
+TEST_F(ReplayTest, DaemonAwayMissesWhatHappened) {
+    rec::keyspace before;
+    configured(&before);
+    stop_fixture_daemon();
+    writer w;
+    w.snapshot(before);
+    w.presence(rec::presence_state::subscribed);
+    w.presence(rec::presence_state::absent);
+    w.event(0, learning_key(100, 6, PHONE), "");
+    w.presence(rec::presence_state::subscribed);
+    const tool_result r = replay({"--fast", save(w.bytes)});
+    EXPECT_EQ(r.status, 0) << r.out << r.err;
+    EXPECT_NE(r.out.find("voice_address_not_joined port 5"), std::string::npos) << r.out;
+    // Neither daemon saw the learning's event.
+    const std::string t = trace();
+    EXPECT_NE(t.find("get_data_end_pmsg_f"), std::string::npos) << t;
+    EXPECT_EQ(t.find("key=/bri/mac/macTblDyn_vvlan/100/6/" + PHONE), std::string::npos) << t;
+    EXPECT_NE(r.out.find("replayed 1 events in"), std::string::npos) << r.out;
+}
+
+} // namespace
+} // namespace ctltest
+
+namespace ctltest {
+namespace {
+
+// SIGTERM (as SIGINT) while it waits for the next recorded event: the
+// daemon and the server are stopped and their directory is gone.
+TEST_F(ReplayTest, SignalStopsEverything) {
+    rec::keyspace before;
+    configured(&before);
+    stop_fixture_daemon();
+    writer w;
+    w.snapshot(before);
+    w.presence(rec::presence_state::subscribed); // the pace counts from here
+    w.quiet(600s);
+    w.event(0, learning_key(100, 6, PHONE), "");
+    const pc_tool t = start_replay({save(w.bytes)});
+    // Running once its traces show the barrier after the warm-up.
+    ASSERT_TRUE(testsupport::eventually(
+        [&] { return trace().find("get_data_end_pmsg_f") != std::string::npos; },
+        integration::patience(20s)))
+        << read_file(t.err);
+    pid_t daemon_pid = 0;
+    std::ifstream(pid_file()) >> daemon_pid;
+    ASSERT_GT(daemon_pid, 0);
+    kill(t.pid, SIGTERM);
+    const tool_result r = wait_pc_tool(t, integration::patience(20s));
+    EXPECT_EQ(r.status, 3) << r.out << r.err;
+    EXPECT_NE(r.err.find("interrupted"), std::string::npos) << r.err;
+    EXPECT_EQ(r.out, "");
+    EXPECT_TRUE(nothing_left());
+    EXPECT_NE(kill(daemon_pid, 0), 0) << "the daemon is still running";
+}
+
+} // namespace
+} // namespace ctltest
