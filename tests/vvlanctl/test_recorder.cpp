@@ -5,8 +5,8 @@
 #include <csignal>
 #include <sstream>
 
-#include "ctl_fixture.h"
 #include "recording_file.h"
+#include "replay_runner.h"
 #include "testsupport/eventually.h"
 #include "testsupport/server_features.h"
 #include "wire/key_parse.h"
@@ -14,7 +14,7 @@
 namespace ctltest {
 namespace {
 
-class RecorderTest : public CtlTest {
+class RecorderTest : public ReplayRunnerTest {
   protected:
     std::string path(const std::string &name) { return server().dir() + "/" + name; }
 
@@ -120,6 +120,23 @@ class RecorderTest : public CtlTest {
         return -1;
     }
 
+    // The recording played to a fresh daemon on a server of replay's own,
+    // the fixture's daemon stopped first (the two share the tree's pid
+    // file): replay's status and report.
+    tool_result replay_into_fresh_daemon(const std::vector<std::string> &files) {
+        daemon().kill_now();
+        std::vector<std::string> args = {"--fast"};
+        for (const std::string &f : files) {
+            args.push_back(path(f));
+        }
+        return replay(args);
+    }
+    void expect_replayed_equal(const std::vector<std::string> &files) {
+        const tool_result played = replay_into_fresh_daemon(files);
+        EXPECT_EQ(played.status, 0) << played.out << played.err;
+        EXPECT_NE(played.out.find(", 0 differences\n"), std::string::npos) << played.out;
+    }
+
     std::unique_ptr<tool_process> recorder_;
 };
 
@@ -173,6 +190,8 @@ TEST_F(RecorderTest, SessionIsRecordedKeyForKey) {
     EXPECT_TRUE(same_keys_and_values(recorded, present)) << "recorded:\n"
                                                          << describe(recorded) << "server:\n"
                                                          << describe(present);
+    // Played to a fresh daemon, it ends in the same databases.
+    expect_replayed_equal({"session.vvr"});
 }
 
 // The daemon's subscription killed while its process lives, and kept out
@@ -216,6 +235,14 @@ TEST_F(RecorderTest, KilledSubscriptionIsRecorded) {
     }
     EXPECT_TRUE(swept);
     EXPECT_TRUE(same_keys_and_values(final_keyspace(r), server_keyspace()));
+
+    // history names the loss and the sweep.
+    const tool_result h = ok({"history", path("session.vvr")});
+    EXPECT_NE(h.out.find("subscription was lost"), std::string::npos) << h.out;
+    EXPECT_NE(h.out.find("not seen by the daemon"), std::string::npos) << h.out;
+    EXPECT_NE(h.out.find("swept"), std::string::npos) << h.out;
+    // Replayed, the daemon loses the same learning and sweeps the same key.
+    expect_replayed_equal({"session.vvr"});
 }
 
 // The recorder never writes: a user that may only read, subscribe and
@@ -286,6 +313,8 @@ TEST_F(RecorderTest, RingKeepsTwoFilesEachFromASnapshot) {
     EXPECT_EQ(newer.segments[0].records[0].state,
               static_cast<uint8_t>(rec::snapshot_reason::rotation));
     EXPECT_TRUE(same_keys_and_values(final_keyspace(newer), server_keyspace()));
+    // The newer file alone replays from its own snapshot.
+    expect_replayed_equal({"session.vvr"});
 }
 
 } // namespace

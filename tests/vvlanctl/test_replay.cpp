@@ -12,8 +12,8 @@
 #include <fstream>
 #include <thread>
 
-#include "ctl_fixture.h"
 #include "recording_file.h"
+#include "replay_runner.h"
 #include "validators.h"
 #include "wire/key_parse.h"
 
@@ -22,83 +22,7 @@ namespace {
 
 const std::string PHONE = "00e0bb123456";
 
-std::string read_file(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-// replay runs on a PC whichever daemon it plays to: this tree's tool, also
-// when the daemon is a target build under the emulator (which run_tool
-// would run the target's tool for).
-struct pc_tool {
-    pid_t pid = -1;
-    std::string out;
-    std::string err;
-};
-
-pc_tool start_pc_tool(const std::string &dir, const std::vector<std::string> &args,
-                      const std::string &tmp) {
-    std::vector<std::string> text = {VVLANCTL_TEST_TOOL};
-    text.insert(text.end(), args.begin(), args.end());
-    std::vector<char *> argv;
-    for (std::string &a : text) {
-        argv.push_back(a.data());
-    }
-    argv.push_back(nullptr);
-    std::vector<std::string> env_text = {"TMPDIR=" + tmp};
-    for (char **e = environ; *e != nullptr; ++e) {
-        if (std::string(*e).rfind("TMPDIR=", 0) != 0) {
-            env_text.emplace_back(*e);
-        }
-    }
-    std::vector<char *> envp;
-    for (std::string &e : env_text) {
-        envp.push_back(e.data());
-    }
-    envp.push_back(nullptr);
-    pc_tool t{-1, dir + "/replay.out", dir + "/replay.err"};
-    posix_spawn_file_actions_t files;
-    posix_spawn_file_actions_init(&files);
-    posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, t.out.c_str(),
-                                     O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    posix_spawn_file_actions_addopen(&files, STDERR_FILENO, t.err.c_str(),
-                                     O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    if (posix_spawn(&t.pid, argv[0], &files, nullptr, argv.data(), envp.data()) != 0) {
-        t.pid = -1;
-    }
-    posix_spawn_file_actions_destroy(&files);
-    return t;
-}
-
-// Its status and output; SIGTERM at the deadline (replay stops its daemon
-// and server on it) and status -1.
-tool_result wait_pc_tool(const pc_tool &t, std::chrono::milliseconds deadline) {
-    tool_result r;
-    if (t.pid < 0) {
-        return r;
-    }
-    const auto until = std::chrono::steady_clock::now() + deadline;
-    int status = 0;
-    bool late = false;
-    while (waitpid(t.pid, &status, WNOHANG) == 0) {
-        if (std::chrono::steady_clock::now() >= until) {
-            kill(t.pid, SIGTERM);
-            waitpid(t.pid, &status, 0);
-            late = true;
-            break;
-        }
-        std::this_thread::sleep_for(10ms);
-    }
-    if (!late) {
-        r.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    }
-    r.out = read_file(t.out);
-    r.err = read_file(t.err);
-    return r;
-}
-
-class ReplayTest : public CtlTest {
+class ReplayTest : public ReplayRunnerTest {
   protected:
     // Every key of the families in both databases, as a snapshot holds them.
     rec::keyspace capture() {
@@ -247,33 +171,6 @@ class ReplayTest : public CtlTest {
         return path;
     }
 
-    std::string trace_path() { return server().dir() + "/replay.trace"; }
-
-    // vvlanctl replay ... -- <the daemon under test>, with this test's
-    // redis-server binary and a TMPDIR of the test's own.
-    pc_tool start_replay(const std::vector<std::string> &args) {
-        std::vector<std::string> argv = {"replay", "--redis-server", server_bin(), "--trace",
-                                         trace_path()};
-        argv.insert(argv.end(), args.begin(), args.end());
-        argv.push_back("--");
-        const auto &config = integration::daemon_config::get();
-        argv.insert(argv.end(), config.emulator.begin(), config.emulator.end());
-        argv.push_back(config.daemon);
-        std::filesystem::create_directories(tmp_dir());
-        return start_pc_tool(server().dir(), argv, tmp_dir());
-    }
-    tool_result replay(const std::vector<std::string> &args) {
-        return wait_pc_tool(start_replay(args), integration::patience(60s));
-    }
-    std::string tmp_dir() { return server().dir() + "/tmp"; }
-    // The fixture's server as it was started (its argv[0]: redis-server
-    // tells its tools apart by the name it is run under, so not /proc's exe).
-    std::string server_bin() {
-        std::ifstream in("/proc/" + std::to_string(server().pid()) + "/cmdline");
-        std::string argv0;
-        std::getline(in, argv0, '\0');
-        return argv0.substr(0, argv0.find(' ')); // the server retitles itself
-    }
     std::string trace() { return read_file(trace_path()); }
     bool nothing_left() { return std::filesystem::is_empty(tmp_dir()); }
 
