@@ -46,3 +46,4 @@ int cmd_watch(const tool_context &t);
 int cmd_write(const tool_context &t);
 int cmd_sync(const tool_context &t);
 int cmd_metrics(const tool_context &t);
+int cmd_history(const tool_context &t);

@@ -45,6 +45,8 @@ Commands:
   metrics                  the same in the Prometheus text format
   watch [--count N] [--json] [--enable-events] [port IFX] [oui OUI]
         [family NAME]      follow both databases, one decoded line per event
+  history [--json] [filters] [address MAC] [--since TIME] [--until TIME]
+        RECORDING...       a flight recording read back as a timeline
   set vid VLAN [--replace] | unset vid VLAN    voice VLAN on with that id, off
   set aging MINUTES [--replace]        aging time
   set cos COS DSCP [--replace]         CoS and DSCP of voice traffic
@@ -265,6 +267,29 @@ and the status is 3. Deleting (unset, del, age, unspecify, set security
 off) what is not there says so, and the status is 1.
 )";
 
+const char *const HISTORY_HELP =
+    R"(usage: vvlanctl history [--json] [port IFX] [oui OUI] [family NAME]
+                        [address MAC] [--since TIME] [--until TIME] RECORDING...
+
+Reads a flight recording (a ring's older file first) and prints one line per
+record, in watch's words and with its time stamps, using the values the
+recorder read right after each event: no server is needed. The recorder's
+own records read as words ("snapshot at start: 42 keys", "the recorder lost
+its connection: ...", "the daemon is absent"), and where the keys prove what
+the daemon did, the line says it ("; a re-synchronisation swept port 5's
+mode 2 key", "; the aging thread deleted port 5's join request (left the
+voice VLAN)", "; not seen by the daemon (it was not subscribed)").
+
+Filters as watch's, plus address MAC (the learned-address keys of MAC);
+--since and --until take a time as history prints it
+(2026-11-24T12:00:01.250+01:00) or a time from the recording's start (90s,
+15m, 1h). The recorder's own records are shown whatever the key filters.
+--json prints one object per line;
+see the installed schema history.schema.json.A damaged file : the records before the damage,
+    then "vvlanctl: history: FILE: byte N: ..." on standard error and status 3; a
+file that is no recording: status 3 and nothing printed.
+)";
+
 const char *const SYNC_HELP = R"(usage: vvlanctl sync [--timeout SECONDS]
 
 Writes the load-complete marker /bridge/vvlan/data/end in database 1 with a
@@ -283,7 +308,7 @@ const entry HELPS[] = {
     {"set", WRITE_HELP},     {"unset", WRITE_HELP},     {"add", WRITE_HELP},
     {"del", WRITE_HELP},     {"learn", WRITE_HELP},     {"age", WRITE_HELP},
     {"specify", WRITE_HELP}, {"unspecify", WRITE_HELP}, {"debug", WRITE_HELP},
-    {"sync", SYNC_HELP},     {"metrics", METRICS_HELP},
+    {"sync", SYNC_HELP},     {"metrics", METRICS_HELP}, {"history", HISTORY_HELP},
 };
 
 } // namespace

@@ -22,7 +22,7 @@ const command_entry COMMANDS[] = {
     {"show", cmd_show},   {"check", cmd_check},     {"watch", cmd_watch},     {"set", cmd_write},
     {"unset", cmd_write}, {"add", cmd_write},       {"del", cmd_write},       {"learn", cmd_write},
     {"age", cmd_write},   {"specify", cmd_write},   {"unspecify", cmd_write}, {"debug", cmd_write},
-    {"sync", cmd_sync},   {"metrics", cmd_metrics},
+    {"sync", cmd_sync},   {"metrics", cmd_metrics}, {"history", cmd_history},
 };
 
 int usage(const std::string &why) {
