@@ -267,8 +267,9 @@ and the status is 3. Deleting (unset, del, age, unspecify, set security
 off) what is not there says so, and the status is 1.
 )";
 
+// Its own delimiter: the text quotes lines that end in a parenthesis.
 const char *const HISTORY_HELP =
-    R"(usage: vvlanctl history [--json] [port IFX] [oui OUI] [family NAME]
+    R"text(usage: vvlanctl history [--json] [port IFX] [oui OUI] [family NAME]
                         [address MAC] [--since TIME] [--until TIME] RECORDING...
 
 Reads a flight recording (a ring's older file first) and prints one line per
@@ -284,11 +285,11 @@ Filters as watch's, plus address MAC (the learned-address keys of MAC);
 --since and --until take a time as history prints it
 (2026-11-24T12:00:01.250+01:00) or a time from the recording's start (90s,
 15m, 1h). The recorder's own records are shown whatever the key filters.
---json prints one object per line;
-see the installed schema history.schema.json.A damaged file : the records before the damage,
-    then "vvlanctl: history: FILE: byte N: ..." on standard error and status 3; a
+--json prints one object per line; see the installed schema
+history.schema.json. A damaged file: the records before the damage, then
+"vvlanctl: history: FILE: byte N: ..." on standard error and status 3; a
 file that is no recording: status 3 and nothing printed.
-)";
+)text";
 
 const char *const SYNC_HELP = R"(usage: vvlanctl sync [--timeout SECONDS]
 
