@@ -13,8 +13,8 @@ import sys
 
 # Words typed so far (the last one is being completed) -> the candidates.
 CASES = [
-    (["vvlanctl", ""], {"show", "check", "watch", "metrics", "set", "unset", "add", "del",
-                        "learn", "age", "specify", "unspecify", "debug", "sync"}),
+    (["vvlanctl", ""], {"show", "check", "watch", "history", "metrics", "set", "unset", "add",
+                        "del", "learn", "age", "specify", "unspecify", "debug", "sync"}),
     (["vvlanctl", "s"], {"show", "set", "specify", "sync"}),
     (["vvlanctl", "--v"], {"--version"}),
     (["vvlanctl", "-s", "/run/redis.sock", "wa"], {"watch"}),
@@ -26,6 +26,10 @@ CASES = [
     (["vvlanctl", "watch", "--e"], {"--enable-events"}),
     (["vvlanctl", "watch", "family", "mac_"], {"mac_learning", "mac_vlan"}),
     (["vvlanctl", "watch", "port", ""], set()),
+    (["vvlanctl", "hi"], {"history"}),
+    (["vvlanctl", "history", "--s"], {"--since"}),
+    (["vvlanctl", "history", "family", "port_"], {"port_oper"}),
+    (["vvlanctl", "history", "address", ""], set()),
     (["vvlanctl", "-h", ""], set()),
     (["vvlanctl", "show", "--j"], {"--json"}),
 ]
