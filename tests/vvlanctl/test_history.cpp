@@ -135,6 +135,7 @@ TEST_F(HistoryTest, AnotherVoiceAddressLeftIsNoAging) {
     };
     const tool_result r = history({write("rec.vvr", encode(sample_header(), records))});
     ASSERT_EQ(r.status, 0) << r.err;
+    ASSERT_FALSE(texts(r.out).empty());
     EXPECT_EQ(texts(r.out).back(), "join request withdrawn port 5") << r.out;
 }
 
@@ -159,12 +160,14 @@ TEST_F(HistoryTest, FiltersByKeyAndTime) {
     };
     EXPECT_EQ(events_of({"port", "6"}), std::vector<std::string>{"leave port 6"});
     EXPECT_EQ(events_of({"family", "vid"}), std::vector<std::string>{"set vid 100"});
-    EXPECT_EQ(events_of({"address", "00e0bb654321"}).size(), 1u);
-    EXPECT_EQ(events_of({"address", "00e0bb654321"}).front().rfind("learn vlan 100", 0), 0u);
+    const std::vector<std::string> one = events_of({"address", "00e0bb654321"});
+    ASSERT_EQ(one.size(), 1u);
+    EXPECT_EQ(one.front().rfind("learn vlan 100", 0), 0u);
     EXPECT_EQ(events_of({"oui", "00:e0:bb:00:00:00", "family", "mac_learning"}).size(), 2u);
     // From 6 s after the start to 11 s, absolute as printed.
     const tool_result r = history({"--since", "6s", "--until", DAY + "51.000+00:00", file});
     ASSERT_EQ(r.status, 0) << r.err;
+    ASSERT_FALSE(texts(r.out).empty());
     EXPECT_EQ(texts(r.out).front(),
               "learn vlan 100 phyid 6 (port 5) 00:e0:bb:65:43:21 voice slot 0; not seen by the "
               "daemon (it was not subscribed)")
@@ -212,9 +215,9 @@ TEST_F(HistoryTest, DamagedFileShowsTheRecordsBeforeThenTheFault) {
     const std::string file = write("rec.vvr", bytes.substr(0, cut));
     const tool_result r = history({file});
     EXPECT_EQ(r.status, 3);
-    EXPECT_EQ(texts(r.out).back(), "the recorder lost its connection: Connection reset by peer")
-        << r.out;
-    EXPECT_EQ(texts(r.out).size(), 11u) << r.out;
+    const std::vector<std::string> lines = texts(r.out);
+    ASSERT_EQ(lines.size(), 11u) << r.out;
+    EXPECT_EQ(lines.back(), "the recorder lost its connection: Connection reset by peer");
     EXPECT_EQ(r.err.rfind("vvlanctl: history: " + file + ": byte " + std::to_string(ends[16]), 0),
               0u)
         << r.err;
