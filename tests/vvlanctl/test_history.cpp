@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <fstream>
 
@@ -240,6 +241,27 @@ TEST_F(HistoryTest, NoRecordingPrintsNothing) {
     EXPECT_EQ(history({older, newer}).status, 0);
     const tool_result none = history({});
     EXPECT_EQ(none.status, 3);
+}
+
+// As every command: a reader gone before the output is written ends it by
+// SIGPIPE, quietly; output that cannot be written is an error.
+TEST_F(HistoryTest, OutputGoesThroughThePipeRules) {
+    const std::string file = write("rec.vvr", encode(sample_header(), story()));
+    int fds[2];
+    ASSERT_EQ(pipe(fds), 0);
+    close(fds[0]);
+    {
+        tool_process p(dir_, {"history", file});
+        p.start_writing_to(fds[1]);
+        close(fds[1]);
+        EXPECT_EQ(p.wait_exit(std::chrono::seconds(60)), 128 + SIGPIPE) << p.err();
+        EXPECT_EQ(p.err(), "");
+    }
+    tool_process full(dir_, {"history", "--json", file});
+    full.output_to("/dev/full");
+    full.start();
+    EXPECT_EQ(full.wait_exit(std::chrono::seconds(60)), 3) << full.err();
+    EXPECT_NE(full.err().find("error writing the output"), std::string::npos) << full.err();
 }
 
 } // namespace
