@@ -87,10 +87,10 @@ std::vector<rec::record> every_type() {
         with_state(17, record_type::presence, 3, "CLIENT LIST denied"),
         counted(18, record_type::end, 9),
     };
-    rec::record other =
-        keyed(13, record_type::event, 1, "set", spec_oui_msg_key(OUI, 6).c_str(), "hash");
+    // A key of another type than a string, after the event of its type.
+    rec::record other = keyed(13, record_type::event, 0, "set", "/outside/any/hash", "hash");
     other.kind = rec::value_kind::other_type;
-    out.insert(out.end() - 1, other);
+    out.insert(out.begin() + 18, other);
     return out;
 }
 
