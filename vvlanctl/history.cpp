@@ -147,7 +147,14 @@ bool parse_options(const tool_context &t, history_options *o, std::string *why) 
 }
 
 bool shown(const history_options &o, const rec::record &r, int64_t start_us) {
-    const auto at = [&](const time_limit &l) { return l.relative ? start_us + l.us : l.us; };
+    const auto at = [&](const time_limit &l) {
+        // A damaged header's start can be anywhere: no overflow past the clock's ends.
+        int64_t t = 0;
+        if (!l.relative) {
+            return l.us;
+        }
+        return __builtin_add_overflow(start_us, l.us, &t) ? INT64_MAX : t;
+    };
     if (o.since.set && r.wall_us < at(o.since)) {
         return false;
     }
