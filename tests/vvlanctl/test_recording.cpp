@@ -221,6 +221,22 @@ TEST(RecordingFormat, UnknownHeaderLinesAndTrailingRecordBytesAreSkipped) {
     EXPECT_EQ(s.records[0].count, 3u);
 }
 
+// A server holds strings far longer than a reader accepts: the writer must
+// never write what its own reader refuses, or everything after it is lost.
+TEST(RecordingFormat, AValueOverTheBoundStaysReadable) {
+    const rec::record big =
+        event(1, 0, "set", key(vid_key(100)), std::string(rec::MAX_VALUE + 1, 'x'));
+    const std::string bytes = encode(sample_header(), {big, counted(2, record_type::end, 1)});
+    rec::segment s;
+    std::string fault;
+    ASSERT_TRUE(rec::decode_segment(bytes, "f.vvr", &s, &fault)) << fault;
+    EXPECT_EQ(fault, "");
+    ASSERT_EQ(s.records.size(), 2u);
+    EXPECT_EQ(s.records[0].kind, rec::value_kind::other_type);
+    EXPECT_EQ(s.records[0].value, "string of 16777217 bytes, more than a recording holds");
+    EXPECT_EQ(s.records[1].type, record_type::end);
+}
+
 class RecordingFiles : public ::testing::Test {
   protected:
     std::string write(const std::string &name, const std::string &bytes) {
