@@ -97,12 +97,38 @@ bool history_teller::is_voice(const std::string &key) const {
 }
 
 bool history_teller::voice_learning_on(int32_t ifx) const {
-    for (const auto &[id, value] : space_) {
-        if (id.first == DB_STATE && is_voice(id.second) && port_of_key(id.second) == ifx) {
+    const auto it = learnings_.find(ifx);
+    if (it == learnings_.end()) {
+        return false;
+    }
+    for (const std::string &key : it->second) {
+        if (is_voice(key)) {
             return true;
         }
     }
     return false;
+}
+
+void history_teller::apply(const rec::record &r) {
+    rec::apply(r, &space_);
+    if (r.type == rec::record_type::snapshot_begin &&
+        static_cast<rec::snapshot_reason>(r.state) != rec::snapshot_reason::rotation) {
+        learnings_.clear();
+        return;
+    }
+    if ((r.type != rec::record_type::event && r.type != rec::record_type::snapshot_key) ||
+        r.db != DB_STATE || !parse_mac_learning_key(r.key)) {
+        return;
+    }
+    const auto port = port_of_key(r.key);
+    if (!port) {
+        return;
+    }
+    if (space_.count({r.db, r.key}) != 0) {
+        learnings_[*port].insert(r.key);
+    } else if (const auto it = learnings_.find(*port); it != learnings_.end()) {
+        it->second.erase(r.key);
+    }
 }
 
 std::string history_teller::explain_event(const rec::record &r, bool was_voice_learning) {
@@ -190,7 +216,7 @@ std::optional<std::string> history_teller::tell(const rec::record &r) {
     switch (r.type) {
     case rec::record_type::snapshot_begin:
         reason_ = static_cast<rec::snapshot_reason>(r.state);
-        rec::apply(r, &space_);
+        apply(r);
         if (reason_ != rec::snapshot_reason::rotation) {
             // Events may have been missed: nothing marked or aged is known.
             marked_.clear();
@@ -198,7 +224,7 @@ std::optional<std::string> history_teller::tell(const rec::record &r) {
         }
         return std::nullopt;
     case rec::record_type::snapshot_key:
-        rec::apply(r, &space_);
+        apply(r);
         return std::nullopt;
     case rec::record_type::snapshot_end:
         reload_slots();
@@ -206,7 +232,7 @@ std::optional<std::string> history_teller::tell(const rec::record &r) {
     case rec::record_type::event: {
         const bool was_voice =
             r.db == DB_STATE && space_.count({r.db, r.key}) != 0 && is_voice(r.key);
-        rec::apply(r, &space_);
+        apply(r);
         std::string line = event_line(ctx_, r.db, r.event, r.key);
         const std::string why = explain_event(r, was_voice);
         if (!why.empty()) {

@@ -8,6 +8,7 @@
 // daemon was not subscribed.
 #pragma once
 
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -37,6 +38,7 @@ class history_teller {
     bool voice_learning_on(int32_t ifx) const;
     bool is_voice(const std::string &key) const;
     void reload_slots();
+    void apply(const rec::record &r);
 
     rec::keyspace space_;
     event_context ctx_;
@@ -44,6 +46,9 @@ class history_teller {
     // Database-0 copies the re-synchronisation marked with a time to live
     // and has not seen re-published since.
     std::set<rec::key_id> marked_;
+    // The learned-address keys in the keyspace by port, so that whether a
+    // port has a voice address left is a look at its own addresses.
+    std::map<int32_t, std::set<std::string>> learnings_;
     // Ports whose last voice address aged out, until one is learned again.
     std::set<int32_t> aged_out_;
     rec::presence_state presence_ = rec::presence_state::unknown;
