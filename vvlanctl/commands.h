@@ -50,3 +50,4 @@ int cmd_metrics(const tool_context &t);
 int cmd_record(const tool_context &t);
 // replay plays a recording to a daemon and compares what it made.
 int cmd_replay(const tool_context &t);
+int cmd_history(const tool_context &t);

@@ -45,6 +45,8 @@ Commands:
   metrics                  the same in the Prometheus text format
   watch [--count N] [--json] [--enable-events] [port IFX] [oui OUI]
         [family NAME]      follow both databases, one decoded line per event
+  history [--json] [filters] [address MAC] [--since TIME] [--until TIME]
+        RECORDING...       a flight recording read back as a timeline
   set vid VLAN [--replace] | unset vid VLAN    voice VLAN on with that id, off
   set aging MINUTES [--replace]        aging time
   set cos COS DSCP [--replace]         CoS and DSCP of voice traffic
@@ -56,6 +58,9 @@ Commands:
   add mvlan INDEX MAC MASK VLAN | del mvlan INDEX  MAC-VLAN table entries
   debug LEVEL              the daemon's trace level (debugDovVVlan)
   sync [--timeout SECONDS] wait until the daemon has handled every write
+  record -o FILE [--duration D] [--count N] [--ring-size SIZE]
+        [--ring-age D]     the flight recorder: the keys and every event of
+                           them into FILE (never writes to the server)
   replay [--fast] RECORDING... -- DAEMON [ARGS...]   play a flight recording
                            to a daemon on this machine and compare
 
@@ -103,6 +108,35 @@ port IFX, ouis and mac-vlan print one part (port: with the daemon's state).
 --json: one object, schema_version 1, every value configured and applied
 side by side, null where there is none, addresses as 00:e0:bb:12:34:56
 (schema: show.schema.json, docs/vvlanctl-json.md).
+)";
+
+const char *const RECORD_HELP =
+    R"(usage: vvlanctl record -o FILE [--duration D] [--count N] [--ring-size SIZE]
+                       [--ring-age D] [--presence-interval D]
+
+The flight recorder. A snapshot of every key of the voice VLAN's families in
+both databases (type, value bytes, time to live), then every keyspace event
+of them with the value read right after it, the daemon's subscription as the
+client list shows it (every --presence-interval, default 1s), and the
+recorder's own connection losses (it reconnects every second and takes a new
+snapshot). history reads the file, replay plays it to a daemon on a PC. It
+never writes to the server: a user allowed +@read, +psubscribe, +ping,
++select, +time and CLIENT LIST (and CONFIG GET, to check the event flags) is
+enough. It stops at a signal (SIGINT, SIGTERM, SIGHUP), after the duration or
+after N events, and says how many it recorded.
+
+  -o, --output FILE    the recording (truncated)
+  --duration D         stop after D: 90s, 10m, 24h, 2d, 500ms
+  --count N            stop after N events
+  --ring-size SIZE     keep at most about SIZE bytes (at least 64k; k, M, G):
+                       FILE and FILE.1, each up to half, each starting with a
+                       snapshot; read them as "FILE.1 FILE"
+  --ring-age D         the same by age: each file holds up to half of D
+  --presence-interval D   how often the client list is read (at least 50ms)
+
+The server's notify-keyspace-events must hold K, g, $, x and e (status 1 and
+the command to set them if not). A recording takes about 30 bytes per event
+of the forwarding layer (under 300 KiB per 10,000).
 )";
 
 const char *const REPLAY_HELP =
@@ -311,6 +345,30 @@ and the status is 3. Deleting (unset, del, age, unspecify, set security
 off) what is not there says so, and the status is 1.
 )";
 
+// Its own delimiter: the text quotes lines that end in a parenthesis.
+const char *const HISTORY_HELP =
+    R"text(usage: vvlanctl history [--json] [port IFX] [oui OUI] [family NAME]
+                        [address MAC] [--since TIME] [--until TIME] RECORDING...
+
+Reads a flight recording (a ring's older file first) and prints one line per
+record, in watch's words and with its time stamps, using the values the
+recorder read right after each event: no server is needed. The recorder's
+own records read as words ("snapshot at start: 42 keys", "the recorder lost
+its connection: ...", "the daemon is absent"), and where the keys prove what
+the daemon did, the line says it ("; a re-synchronisation swept port 5's
+mode 2 key", "; the aging thread deleted port 5's join request (left the
+voice VLAN)", "; not seen by the daemon (it was not subscribed)").
+
+Filters as watch's, plus address MAC (the learned-address keys of MAC);
+--since and --until take a time as history prints it
+(2026-11-24T12:00:01.250+01:00) or a time from the recording's start (90s,
+15m, 1h). The recorder's own records are shown whatever the key filters.
+--json prints one object per line; see the installed schema
+history.schema.json. A damaged file: the records before the damage, then
+"vvlanctl: history: FILE: byte N: ..." on standard error and status 3; a
+file that is no recording: status 3 and nothing printed.
+)text";
+
 const char *const SYNC_HELP = R"(usage: vvlanctl sync [--timeout SECONDS]
 
 Writes the load-complete marker /bridge/vvlan/data/end in database 1 with a
@@ -325,11 +383,12 @@ struct entry {
 };
 
 const entry HELPS[] = {
-    {"show", SHOW_HELP},     {"check", CHECK_HELP},     {"watch", WATCH_HELP},
-    {"set", WRITE_HELP},     {"unset", WRITE_HELP},     {"add", WRITE_HELP},
-    {"del", WRITE_HELP},     {"learn", WRITE_HELP},     {"age", WRITE_HELP},
-    {"specify", WRITE_HELP}, {"unspecify", WRITE_HELP}, {"debug", WRITE_HELP},
-    {"sync", SYNC_HELP},     {"metrics", METRICS_HELP}, {"replay", REPLAY_HELP},
+    {"show", SHOW_HELP},       {"check", CHECK_HELP},     {"watch", WATCH_HELP},
+    {"set", WRITE_HELP},       {"unset", WRITE_HELP},     {"add", WRITE_HELP},
+    {"del", WRITE_HELP},       {"learn", WRITE_HELP},     {"age", WRITE_HELP},
+    {"specify", WRITE_HELP},   {"unspecify", WRITE_HELP}, {"debug", WRITE_HELP},
+    {"sync", SYNC_HELP},       {"metrics", METRICS_HELP}, {"replay", REPLAY_HELP},
+    {"history", HISTORY_HELP}, {"record", RECORD_HELP},
 };
 
 } // namespace

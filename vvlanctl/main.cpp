@@ -24,7 +24,7 @@ const command_entry COMMANDS[] = {
     {"del", cmd_write},     {"learn", cmd_write},     {"age", cmd_write},
     {"specify", cmd_write}, {"unspecify", cmd_write}, {"debug", cmd_write},
     {"sync", cmd_sync},     {"metrics", cmd_metrics}, {"record", cmd_record},
-    {"replay", cmd_replay},
+    {"replay", cmd_replay}, {"history", cmd_history},
 };
 
 int usage(const std::string &why) {

@@ -234,7 +234,7 @@ void recorder_source::snapshot(rec::snapshot_reason reason, rec::segment_writer 
         }
         std::sort(found.begin(), found.end());
         for (std::string &k : found) {
-            if (family_of_key(k)) {
+            if (family_of_key(k) && k.size() <= rec::MAX_KEY) {
                 keys.push_back({db, std::move(k), ""});
             }
         }
@@ -304,7 +304,10 @@ void recorder_source::take_events(rec::segment_writer &out, uint64_t limit) {
             }
             pending_event e;
             const std::string_view channel(r->element[2]->str, r->element[2]->len);
-            if (!split_channel(channel, &e.db, &e.key) || !family_of_key(e.key)) {
+            // A key longer than a reader accepts is no key of the daemon's
+            // (it builds them in 128 bytes): a hostile writer's, left out.
+            if (!split_channel(channel, &e.db, &e.key) || !family_of_key(e.key) ||
+                e.key.size() > rec::MAX_KEY || r->element[3]->len > rec::MAX_TEXT) {
                 continue;
             }
             e.event.assign(r->element[3]->str, r->element[3]->len);

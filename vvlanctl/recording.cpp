@@ -355,10 +355,20 @@ void encoder::append(const record &r, std::string *out) {
             put_event(&body, r.event);
         }
         put_key(&body, h_.families, r.key);
-        put_u8(&body, static_cast<uint8_t>(r.kind));
-        put_bytes(&body, r.kind == value_kind::absent || r.kind == value_kind::superseded
-                             ? std::string_view()
-                             : r.value);
+        if (r.kind == value_kind::string && r.value.size() > MAX_VALUE) {
+            // A server holds longer strings than a reader accepts: written
+            // as what it is, not as bytes that would stop every reader here.
+            put_u8(&body, static_cast<uint8_t>(value_kind::other_type));
+            std::string what = "string of ";
+            what += std::to_string(r.value.size());
+            what += " bytes, more than a recording holds";
+            put_bytes(&body, what);
+        } else {
+            put_u8(&body, static_cast<uint8_t>(r.kind));
+            put_bytes(&body, r.kind == value_kind::absent || r.kind == value_kind::superseded
+                                 ? std::string_view()
+                                 : r.value);
+        }
         put_varint(&body, zigzag(r.ttl_ms));
         break;
     case record_type::snapshot_end:

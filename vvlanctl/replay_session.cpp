@@ -283,6 +283,14 @@ bool replay_session::play(const rec::record &r, rec::keyspace *space, uint64_t *
     using rt = rec::record_type;
     switch (r.type) {
     case rt::event: {
+        // A value the recorder did not read (a later event of the key came
+        // with this one): the key is written with what it last held, so
+        // that the daemon sees the write; the later record sets the value.
+        const bool unread = r.kind == rec::value_kind::superseded;
+        const auto held = space->find({r.db, r.key});
+        const rec::stored_value last =
+            held != space->end() ? held->second
+                                 : rec::stored_value{rec::value_kind::string, "", rec::NO_TTL};
         rec::apply(r, space);
         if (rec::daemon_owned(r.db, r.key)) {
             return true; // the daemon makes its own
@@ -292,7 +300,8 @@ bool replay_session::play(const rec::record &r, rec::keyspace *space, uint64_t *
                  ": not played");
             return true;
         }
-        const bool ok = r.kind == rec::value_kind::string
+        const bool ok = unread ? write_key(r.db, r.key, last)
+                        : r.kind == rec::value_kind::string
                             ? write_key(r.db, r.key, {r.kind, r.value, r.ttl_ms})
                             : conn_.del(r.db, r.key);
         if (!ok) {

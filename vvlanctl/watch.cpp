@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <ctime>
 
 #include "args.h"
 #include "commands.h"
@@ -19,6 +18,7 @@
 #include "ports.h"
 #include "printable.h"
 #include "snapshot.h"
+#include "timestamp.h"
 #include "watch_filter.h"
 #include "wire/key_families.h"
 #include "wire/key_parse.h"
@@ -38,23 +38,6 @@ void catch_stop_signals() {
     sigemptyset(&sa.sa_mask);
     sigaction(SIGINT, &sa, nullptr);
     sigaction(SIGTERM, &sa, nullptr);
-}
-
-// ISO 8601 in local time with its offset ("2026-11-24T01:02:03.456+01:00"),
-// so that lines from switches in other zones, or logs, can be compared.
-std::string timestamp() {
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    tm local{};
-    localtime_r(&now.tv_sec, &local);
-    char date[32];
-    std::strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", &local);
-    char zone[8];
-    std::strftime(zone, sizeof zone, "%z", &local); // "+0100"
-    char buf[64];
-    std::snprintf(buf, sizeof buf, "%s.%03ld%.3s:%.2s", date, now.tv_nsec / 1000000, zone,
-                  zone + 3);
-    return buf;
 }
 
 struct watch_options {
@@ -252,7 +235,7 @@ int cmd_watch(const tool_context &t) {
         if (!o.filter.matches(key)) {
             continue;
         }
-        const std::string stamp = timestamp();
+        const std::string stamp = timestamp_now();
         if (o.json) {
             std::printf("%s\n", json_line(stamp, db, event, key, line).c_str());
         } else {

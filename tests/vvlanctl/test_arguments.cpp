@@ -93,6 +93,15 @@ const std::map<std::string, std::vector<bad_case>> BAD = {
       {{"debug", "2147483648"}, "LEVEL \"2147483648\""},
       {{"debug", "abc"}, "LEVEL \"abc\""}}},
     {"sync", {{{"sync", "--timeout", "0"}, "SECONDS \"0\""}, {{"sync", "--wait"}, "\"--wait\""}}},
+    {"history",
+     {{{"history"}, "no RECORDING"},
+      {{"history", "--since", "yesterday", "rec.vvr"}, "--since \"yesterday\""},
+      {{"history", "--until"}, "missing"},
+      {{"history", "address", "00e0bb", "rec.vvr"}, "MAC \"00e0bb\""},
+      {{"history", "address", "00e0bb123456", "address", "00e0bb123456", "rec.vvr"}, "twice"},
+      {{"history", "port", "53", "rec.vvr"}, "IFX \"53\""},
+      {{"history", "--count", "3", "rec.vvr"}, "\"--count\""},
+      {{"history", "no-such.vvr"}, "no-such.vvr"}}},
 };
 
 class ArgumentsTest : public CtlTest {
@@ -177,6 +186,9 @@ TEST_F(ArgumentsTest, Debug) {
 TEST_F(ArgumentsTest, Sync) {
     expect_refused("sync");
 }
+TEST_F(ArgumentsTest, History) {
+    expect_refused("history");
+}
 
 class HelpTest : public CtlTest {};
 
@@ -184,8 +196,8 @@ TEST_F(HelpTest, EveryCommandAnswersHelp) {
     const tool_result top = run_tool(server().dir(), {"--help"});
     EXPECT_EQ(top.status, 0);
     EXPECT_EQ(top.out.rfind("usage: vvlanctl ", 0), 0u) << top.out;
-    for (const char *c : {"show", "check", "watch", "set", "unset", "add", "del", "learn", "age",
-                          "specify", "unspecify", "debug", "sync"}) {
+    for (const char *c : {"show", "check", "watch", "history", "set", "unset", "add", "del",
+                          "learn", "age", "specify", "unspecify", "debug", "sync"}) {
         const tool_result r = run_tool(server().dir(), {c, "--help"});
         EXPECT_EQ(r.status, 0) << c;
         EXPECT_EQ(r.out.rfind("usage: vvlanctl ", 0), 0u) << c << ": " << r.out;

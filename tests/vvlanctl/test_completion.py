@@ -13,9 +13,9 @@ import sys
 
 # Words typed so far (the last one is being completed) -> the candidates.
 CASES = [
-    (["vvlanctl", ""], {"show", "check", "watch", "metrics", "set", "unset", "add", "del",
-                        "learn", "age", "specify", "unspecify", "debug", "sync",
-                        "replay"}),
+    (["vvlanctl", ""], {"show", "check", "watch", "history", "metrics", "set", "unset", "add",
+                        "del", "learn", "age", "specify", "unspecify", "debug", "sync",
+                        "record", "replay"}),
     (["vvlanctl", "s"], {"show", "set", "specify", "sync"}),
     (["vvlanctl", "replay", "--f"], {"--fast"}),
     (["vvlanctl", "--v"], {"--version"}),
@@ -28,6 +28,10 @@ CASES = [
     (["vvlanctl", "watch", "--e"], {"--enable-events"}),
     (["vvlanctl", "watch", "family", "mac_"], {"mac_learning", "mac_vlan"}),
     (["vvlanctl", "watch", "port", ""], set()),
+    (["vvlanctl", "hi"], {"history"}),
+    (["vvlanctl", "history", "--s"], {"--since"}),
+    (["vvlanctl", "history", "family", "port_"], {"port_oper"}),
+    (["vvlanctl", "history", "address", ""], set()),
     (["vvlanctl", "-h", ""], set()),
     (["vvlanctl", "show", "--j"], {"--json"}),
 ]
