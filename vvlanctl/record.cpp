@@ -147,7 +147,7 @@ int cmd_record(const tool_context &t) {
         }
         source.after_rotation(out);
     }
-    source.drain(out);
+    source.finish(out, o.count);
     rec::record end;
     end.type = rec::record_type::end;
     end.mono_us = rec_clock::mono_us();

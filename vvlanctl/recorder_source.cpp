@@ -361,6 +361,19 @@ void recorder_source::serve(int64_t until_us, rec::segment_writer &out, uint64_t
     }
 }
 
+void recorder_source::finish(rec::segment_writer &out, uint64_t limit) {
+    // What the server sent before the stop is in the socket already: a
+    // recording stopped right after a write keeps its events.
+    while (linked_ && (limit == 0 || taken_ < limit)) {
+        pollfd p{sub_->raw()->fd, POLLIN, 0};
+        if (poll(&p, 1, 0) <= 0) {
+            break;
+        }
+        take_events(out, limit);
+    }
+    drain(out);
+}
+
 void recorder_source::drain(rec::segment_writer &out) {
     while (linked_ && !in_flight_.empty()) {
         pollfd p{values_->raw()->fd, POLLIN, 0};

@@ -38,8 +38,10 @@ class recorder_source {
     // all, 0: no limit) and their reads sent, and records whose reads are
     // answered go to out, in the order of the events.
     void serve(int64_t until_us, rec::segment_writer &out, uint64_t limit);
-    // Waits for the reads still owed and writes their records (at the end).
+    // Waits for the reads still owed and writes their records.
     void drain(rec::segment_writer &out);
+    // At the end: the events already received, then the reads owed.
+    void finish(rec::segment_writer &out, uint64_t limit);
     // A presence record when the interval has passed and the state changed.
     void presence_if_due(int64_t now_us, int64_t interval_us, rec::segment_writer &out);
     // Tries to connect again once a second until it does or stop says so;

@@ -276,9 +276,6 @@ int cmd_replay(const tool_context &t) {
         }
         replay_session session(o, *conn, socket, trace_fd, &report.notes);
         const auto done = [&] { session.drop_user(); };
-        if (!session.make_user(&why) || !session.load(initial, &why)) {
-            return done();
-        }
         // A daemon the recording first shows absent starts when it appears.
         bool start_now = true;
         for (const rec::record *r : play) {
@@ -287,6 +284,9 @@ int cmd_replay(const tool_context &t) {
                     static_cast<rec::presence_state>(r->state) != rec::presence_state::absent;
                 break;
             }
+        }
+        if (!session.make_user(&why) || !session.load(initial, start_now, &why)) {
+            return done();
         }
         if (start_now && !session.start_daemon(&initial, &why)) {
             return done();

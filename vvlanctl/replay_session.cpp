@@ -12,6 +12,11 @@
 #include "wire/key_families.h"
 #include "wire/key_parse.h"
 
+#include <algorithm>
+#include <tuple>
+
+#include "wire/key_parse.h"
+
 extern char **environ;
 
 namespace {
@@ -23,6 +28,41 @@ constexpr int64_t BARRIER_BASE = 2000000000;
 
 bool is_learning(int db, const std::string &key) {
     return db == DB_STATE && family_of_key(key) == key_family::mac_learning;
+}
+
+bool is_configured_oui(int db, const std::string &key) {
+    return db == DB_CONFIG && family_of_key(key) == key_family::oui_oper;
+}
+
+// Database 1's OUI keys, ordered by the slot of their echo in database 0
+// (those without one last, by key).
+std::vector<std::pair<std::string, rec::stored_value>>
+configured_ouis_by_slot(const rec::keyspace &snapshot) {
+    std::vector<std::tuple<uint32_t, std::string, rec::stored_value>> found;
+    for (const auto &[id, v] : snapshot) {
+        if (!is_configured_oui(id.first, id.second)) {
+            continue;
+        }
+        uint32_t slot = UINT32_MAX;
+        const std::string echo = id.second + "/";
+        for (auto it = snapshot.lower_bound({DB_STATE, echo});
+             it != snapshot.end() && it->first.first == DB_STATE &&
+             it->first.second.compare(0, echo.size(), echo) == 0;
+             ++it) {
+            const auto parts = parse_oui_key(it->first.second);
+            if (parts && parts->slot) {
+                slot = std::min<uint32_t>(slot, *parts->slot);
+            }
+        }
+        found.emplace_back(slot, id.second, v);
+    }
+    std::sort(found.begin(), found.end(),
+              [](const auto &a, const auto &b) { return std::get<0>(a) < std::get<0>(b); });
+    std::vector<std::pair<std::string, rec::stored_value>> out;
+    for (auto &[slot, key, v] : found) {
+        out.emplace_back(std::move(key), std::move(v));
+    }
+    return out;
 }
 
 // A command whose error reply is expected now and then (an older server's
@@ -110,10 +150,16 @@ bool replay_session::write_key(int db, const std::string &key, const rec::stored
     return true;
 }
 
-bool replay_session::load(const rec::keyspace &snapshot, std::string *why) {
+bool replay_session::load(const rec::keyspace &snapshot, bool ouis_after_start, std::string *why) {
+    if (ouis_after_start) {
+        ouis_ = configured_ouis_by_slot(snapshot);
+    }
     for (const auto &[id, v] : snapshot) {
         if (is_learning(id.first, id.second)) {
             continue; // played to the daemon once it runs
+        }
+        if (ouis_after_start && is_configured_oui(id.first, id.second)) {
+            continue;
         }
         if (v.kind == rec::value_kind::other_type) {
             note("db " + std::to_string(id.first) + " " + id.second + " is a " + v.value +
@@ -221,6 +267,12 @@ bool replay_session::start_daemon(const rec::keyspace *warm, std::string *why) {
                 *why = conn_.error();
             }
             return false;
+        }
+        for (const auto &[key, v] : ouis_) {
+            if (!write_key(DB_CONFIG, key, v)) {
+                *why = conn_.error();
+                return false;
+            }
         }
         if (warm != nullptr) {
             for (const auto &[id, v] : *warm) {

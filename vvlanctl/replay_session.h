@@ -40,8 +40,14 @@ class replay_session {
     // The daemon's user, allowed everything; false with why.
     bool make_user(std::string *why);
     void drop_user();
-    // Every key of the snapshot but database 0's learnings.
-    bool load(const rec::keyspace &snapshot, std::string *why);
+    // Every key of the snapshot but database 0's learnings, and, when the
+    // daemon starts at once (ouis_after_start), but the configured OUIs:
+    // the daemon gives an OUI the lowest free slot as it reads it, and its
+    // start-up re-read follows the server's SCAN order, which a fresh
+    // server does not share with the switch's. Written after its start in
+    // the order of the slots the recording shows, they take the same slots
+    // (when the recorded slots have no holes).
+    bool load(const rec::keyspace &snapshot, bool ouis_after_start, std::string *why);
     // Starts the daemon and waits until it is subscribed and has passed a
     // barrier; the first start also turns traces on and re-writes the
     // snapshot's learnings, which the daemon knew when it was recorded.
@@ -77,6 +83,7 @@ class replay_session {
     std::string password_;
     std::unique_ptr<replay_daemon> daemon_;
     bool started_once_ = false;
+    std::vector<std::pair<std::string, rec::stored_value>> ouis_; // in slot order
     bool denied_ = false;
     int barriers_ = 0;
     rec::presence_state presence_ = rec::presence_state::subscribed;

@@ -44,14 +44,6 @@ std::string make_private_dir() {
     return pattern;
 }
 
-// REDIS_SERVER_BIN in the environment picks another server for a run of the
-// same build (tools/compat-servers runs every test against each server an
-// image may carry); the one found at configure time otherwise.
-std::string server_binary() {
-    const char *chosen = std::getenv("REDIS_SERVER_BIN");
-    return chosen != nullptr && chosen[0] != '\0' ? chosen : TESTSUPPORT_REDIS_SERVER_BIN;
-}
-
 bool answers_ping(const std::string &socket_path) {
     constexpr std::chrono::milliseconds TIMEOUT{200};
     std::string why;
@@ -78,6 +70,14 @@ bool reap(pid_t pid) {
 }
 
 } // namespace
+
+// REDIS_SERVER_BIN in the environment picks another server for a run of the
+// same build (tools/compat-servers runs every test against each server an
+// image may carry); the one found at configure time otherwise.
+std::string server_binary() {
+    const char *chosen = std::getenv("REDIS_SERVER_BIN");
+    return chosen != nullptr && chosen[0] != '\0' ? chosen : TESTSUPPORT_REDIS_SERVER_BIN;
+}
 
 redis_server::redis_server()
     : dir_(make_private_dir()), socket_path_(dir_ + "/redis.sock"), log_path_(dir_ + "/redis.log") {

@@ -16,6 +16,9 @@ namespace testsupport {
 // that started it (PR_SET_PDEATHSIG), so a failing or crashing test leaves
 // no server behind. Start it from the test's own thread. The binary is
 // $REDIS_SERVER_BIN when set, else the redis-server found at configure time.
+// The redis-server binary the servers of this run are started from.
+std::string server_binary();
+
 class redis_server {
   public:
     // Makes the directory; the server is not started yet.
