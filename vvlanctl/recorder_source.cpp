@@ -4,9 +4,10 @@
 #include <poll.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
+#include <functional>
 #include <string_view>
-#include <unordered_map>
 
 #include "keyspace_channel.h"
 #include "presence.h"
@@ -54,13 +55,36 @@ rec::presence_state presence_of(daemon_state s) {
 // read made now gives each of them the value after the last. The others are
 // marked unread rather than given a value they never held.
 void supersede(const std::vector<pending_event> &events, std::vector<rec::record> *records) {
-    std::unordered_map<std::string_view, std::size_t> last[2];
-    for (std::size_t i = 0; i < events.size(); ++i) {
-        last[events[i].db == 0 ? 0 : 1][events[i].key] = i;
+    // Walked from the last event back: an event whose key was seen already
+    // is not the last of it. The set of keys seen is an open-addressed
+    // table of event indexes, at least twice the batch (BATCH is a power of
+    // two), so that a storm costs no allocation per event.
+    static std::array<uint32_t, 2 * BATCH> seen;
+    std::size_t size = 2;
+    while (size < 2 * events.size()) {
+        size *= 2;
     }
-    for (std::size_t i = 0; i < events.size(); ++i) {
-        if (last[events[i].db == 0 ? 0 : 1][events[i].key] != i && !key_gone(events[i].event)) {
-            (*records)[i].kind = rec::value_kind::superseded;
+    std::fill_n(seen.begin(), size, 0);
+    const std::size_t mask = size - 1;
+    for (std::size_t i = events.size(); i-- > 0;) {
+        const pending_event &e = events[i];
+        std::size_t h =
+            (std::hash<std::string_view>{}(e.key) ^ static_cast<std::size_t>(e.db)) & mask;
+        bool later = false;
+        while (seen[h] != 0) {
+            const pending_event &o = events[seen[h] - 1];
+            if (o.db == e.db && o.key == e.key) {
+                later = true;
+                break;
+            }
+            h = (h + 1) & mask;
+        }
+        if (later) {
+            if (!key_gone(e.event)) {
+                (*records)[i].kind = rec::value_kind::superseded;
+            }
+        } else {
+            seen[h] = static_cast<uint32_t>(i + 1);
         }
     }
 }
@@ -288,6 +312,7 @@ void recorder_source::take_events(rec::segment_writer &out, uint64_t limit) {
     }
     for (bool more = true; more;) {
         std::vector<pending_event> events;
+        events.reserve(BATCH);
         while (events.size() < BATCH) {
             void *raw = nullptr;
             if (redisGetReplyFromReader(c, &raw) != REDIS_OK) {

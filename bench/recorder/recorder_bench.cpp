@@ -39,7 +39,7 @@ using namespace busbench;
 
 struct options {
     std::size_t events = 200000;
-    int rounds = 5;
+    int rounds = 7;
     std::string out = "recorder_bench";
     std::size_t replay_events = 2000;
 };
