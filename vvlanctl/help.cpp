@@ -153,7 +153,7 @@ recorded event of a key the daemon does not write itself, in order. A lost
 subscription is played by denying the daemon PSUBSCRIBE and closing its
 subscription connection; a daemon that went away is stopped and started
 again. Several files: a ring's older file first.
-  e.g. vvlanctl replay --fast rec.vvr -- out/host/src/dov_vvlan
+  e.g. vvlanctl replay --fast rec.vvr -- out/host/dov_vvlan
 
 Options:
   --redis-server PATH  the server to start ($REDIS_SERVER_BIN, else
