@@ -77,7 +77,12 @@ std::string value_text(const std::optional<std::string> &v) {
         text = text && b >= 0x20 && b < 0x7f;
     }
     if (text) {
-        return "\"" + printable(*v) + "\"";
+        // Appended piece by piece: GCC 12 at -O3 warns falsely (restrict)
+        // on a literal added to a string.
+        std::string quoted = "\"";
+        quoted += printable(*v);
+        quoted += '"';
+        return quoted;
     }
     std::string out = "0x";
     char hex[3];
