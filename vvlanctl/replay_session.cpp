@@ -124,6 +124,17 @@ bool replay_session::make_user(std::string *why) {
         // channel anyway.
         argv.erase(argv.begin() + 7);
         if (!try_command(conn_, argv)) {
+            // A server before ACL users (5.0): the daemon connects as the
+            // default user, and a lost subscription can only be played as
+            // a daemon that stops and starts again.
+            const reply_ptr acl = conn_.command({"COMMAND", "INFO", "ACL"});
+            if (acl && acl->type == REDIS_REPLY_ARRAY && acl->elements == 1 &&
+                acl->element[0]->type == REDIS_REPLY_NIL) {
+                user_.clear();
+                note("this server has no ACL users: a subscription lost while the daemon lived "
+                     "is played as the daemon stopping and starting again");
+                return true;
+            }
             *why = "the server refused ACL SETUSER for the daemon's user";
             return false;
         }
@@ -254,8 +265,10 @@ bool replay_session::start_daemon(const rec::keyspace *warm, std::string *why) {
         }
     }
     env.push_back("TUKREDIS_SOCKET=" + socket_);
-    env.push_back("TUKREDIS_USER=" + user_);
-    env.push_back("TUKREDIS_PASSWORD=" + password_);
+    if (!user_.empty()) {
+        env.push_back("TUKREDIS_USER=" + user_);
+        env.push_back("TUKREDIS_PASSWORD=" + password_);
+    }
     daemon_ = std::make_unique<replay_daemon>(o_.daemon_argv, env, trace_fd_);
     if (!daemon_->start(why) || !wait_subscribed(why) || !barrier(why)) {
         return false;
@@ -294,7 +307,7 @@ bool replay_session::presence_change(rec::presence_state to, std::string *why) {
     if (to == ps::unknown || to == from) {
         return true;
     }
-    if (to == ps::absent) {
+    if (to == ps::absent || (to == ps::connected && user_.empty())) {
         stop_daemon();
         return true;
     }
