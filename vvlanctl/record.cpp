@@ -16,14 +16,9 @@
 #include "recorder_source.h"
 #include "recording_writer.h"
 #include "size_args.h"
+#include "stop_signals.h"
 
 namespace {
-
-volatile std::sig_atomic_t g_stop = 0;
-
-void on_signal(int) {
-    g_stop = 1;
-}
 
 struct record_options {
     std::string path;
@@ -83,15 +78,6 @@ bool parse_options(const std::vector<std::string> &args, record_options *o, std:
     return true;
 }
 
-void catch_stop_signals() {
-    struct sigaction sa {};
-    sa.sa_handler = on_signal;
-    sigemptyset(&sa.sa_mask);
-    sigaction(SIGINT, &sa, nullptr);
-    sigaction(SIGTERM, &sa, nullptr);
-    sigaction(SIGHUP, &sa, nullptr);
-}
-
 } // namespace
 
 int cmd_record(const tool_context &t) {
@@ -114,7 +100,7 @@ int cmd_record(const tool_context &t) {
     if (!out.open(&why)) {
         return fail(t, EXIT_UNKNOWN, why);
     }
-    catch_stop_signals();
+    catch_stop_signals(true);
     std::fprintf(stderr, "vvlanctl: recording %s into %s\n",
                  printable(t.address.describe()).c_str(), printable(o.path).c_str());
     std::fflush(stderr);
@@ -123,7 +109,7 @@ int cmd_record(const tool_context &t) {
     std::string stop = "stopped by a signal";
     bool write_failed = false;
     source.snapshot(rec::snapshot_reason::start, out);
-    while (g_stop == 0) {
+    while (!stop_requested()) {
         const int64_t now = rec_clock::mono_us();
         if (now >= end_us) {
             stop = "the duration ran out";
@@ -138,7 +124,7 @@ int cmd_record(const tool_context &t) {
         if (source.linked()) {
             source.serve(std::min(end_us, source.next_presence_us()), out, o.count);
         } else {
-            source.reconnect(out, [] { return g_stop != 0; });
+            source.reconnect(out, [] { return stop_requested(); });
         }
         if (!out.flush(&why) ||
             !out.rotate_if_due(rec_clock::mono_us(), rec_clock::wall_us(), &why)) {

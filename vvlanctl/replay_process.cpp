@@ -16,14 +16,9 @@
 #include <filesystem>
 
 #include "connection.h"
+#include "stop_signals.h"
 
 namespace {
-
-volatile sig_atomic_t interrupted = 0;
-
-void on_signal(int) {
-    interrupted = 1;
-}
 
 // Reaps pid when it has exited; true then.
 bool reaped(pid_t pid) {
@@ -62,16 +57,11 @@ std::vector<char *> pointers(std::vector<std::string> &text) {
 } // namespace
 
 bool replay_interrupted() {
-    return interrupted != 0;
+    return stop_requested();
 }
 
 void replay_catch_signals() {
-    struct sigaction sa {};
-    sa.sa_handler = on_signal;
-    sigemptyset(&sa.sa_mask);
-    sa.sa_flags = 0;
-    sigaction(SIGINT, &sa, nullptr);
-    sigaction(SIGTERM, &sa, nullptr);
+    catch_stop_signals();
 }
 
 bool replay_pause(std::chrono::microseconds d) {

@@ -18,27 +18,13 @@
 #include "ports.h"
 #include "printable.h"
 #include "snapshot.h"
+#include "stop_signals.h"
 #include "timestamp.h"
 #include "watch_filter.h"
 #include "wire/key_families.h"
 #include "wire/key_parse.h"
 
 namespace {
-
-volatile std::sig_atomic_t g_stop = 0;
-
-void on_signal(int) {
-    g_stop = 1;
-}
-
-// Without SA_RESTART, so a blocked poll returns at once.
-void catch_stop_signals() {
-    struct sigaction sa {};
-    sa.sa_handler = on_signal;
-    sigemptyset(&sa.sa_mask);
-    sigaction(SIGINT, &sa, nullptr);
-    sigaction(SIGTERM, &sa, nullptr);
-}
 
 struct watch_options {
     uint32_t count = 0; // 0: until a signal
@@ -127,7 +113,7 @@ enum class next { REPLY, STOPPED, LOST };
 // The next reply of the subscription, waiting for it in poll() so that a
 // signal ends the wait.
 next read_reply(redisContext *c, reply_ptr *out) {
-    while (g_stop == 0) {
+    while (!stop_requested()) {
         void *raw = nullptr;
         if (redisGetReplyFromReader(c, &raw) != REDIS_OK) {
             return next::LOST;
