@@ -8,7 +8,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <optional>
 
 #include "check.h"
@@ -17,6 +16,7 @@
 #include "replay_compare.h"
 #include "replay_session.h"
 #include "snapshot.h"
+#include "timestamp.h"
 #include "wire/key_families.h"
 
 namespace {
@@ -30,51 +30,19 @@ bool parse_double(const std::string &text, double *out) {
     return !text.empty() && end != nullptr && *end == '\0';
 }
 
-// "2026-11-24T00:45:01[.123456]Z" or "2026-11-24T01:45:01.250+01:00", as
-// history and watch print it, or seconds from the recording's start ("90s",
-// "90", "1.5s").
+// A time as history and watch print it, or one from the recording's
+// start ("90s", "1.5s").
 bool parse_until(const std::string &text, replay_options *o) {
-    if (!text.empty() && (text.back() == 's' || text.find('T') == std::string::npos)) {
-        double seconds = 0;
-        const std::string n = text.back() == 's' ? text.substr(0, text.size() - 1) : text;
-        if (!parse_double(n, &seconds) || seconds < 0) {
-            return false;
-        }
-        o->until_offset_us = static_cast<int64_t>(seconds * 1e6);
+    int64_t us = 0;
+    if (parse_time_from_start(text, &us)) {
+        o->until_offset_us = us;
         return true;
     }
-    std::tm tm{};
-    const char *rest = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S", &tm);
-    if (rest == nullptr) {
-        return false;
+    if (parse_timestamp(text, &us)) {
+        o->until_wall_us = us;
+        return true;
     }
-    int64_t micros = 0;
-    if (*rest == '.') {
-        int64_t scale = 100000;
-        for (++rest; *rest >= '0' && *rest <= '9'; ++rest) {
-            micros += (*rest - '0') * scale;
-            scale /= 10;
-        }
-    }
-    // UTC as history prints it, or local time and its offset as watch does.
-    int64_t offset_s = 0;
-    if (*rest == 'Z') {
-        ++rest;
-    } else if (*rest == '+' || *rest == '-') {
-        unsigned hh = 0;
-        unsigned mm = 0;
-        int used = 0;
-        if (std::sscanf(rest + 1, "%2u:%2u%n", &hh, &mm, &used) != 2 || used != 5) {
-            return false;
-        }
-        offset_s = (*rest == '-' ? -1 : 1) * static_cast<int64_t>(hh * 3600 + mm * 60);
-        rest += 6;
-    }
-    if (*rest != '\0') {
-        return false;
-    }
-    o->until_wall_us = (static_cast<int64_t>(timegm(&tm)) - offset_s) * 1000000 + micros;
-    return true;
+    return false;
 }
 
 bool parse_options(const std::vector<std::string> &args, replay_options *o, std::string *why) {

@@ -112,3 +112,48 @@ bool parse_timestamp(std::string_view text, int64_t *wall_us) {
     *wall_us = seconds * 1000000 + micros;
     return true;
 }
+
+bool parse_time_from_start(std::string_view text, int64_t *us) {
+    if (text.size() < 2) {
+        return false;
+    }
+    const char unit = text.back();
+    const int64_t scale = unit == 's'   ? 1000000
+                          : unit == 'm' ? 60000000
+                          : unit == 'h' ? 3600000000
+                                        : 0;
+    if (scale == 0) {
+        return false;
+    }
+    int64_t whole = 0;
+    int64_t fraction = 0;
+    int64_t fraction_scale = 1;
+    bool point = false;
+    bool any = false;
+    for (std::size_t i = 0; i + 1 < text.size(); ++i) {
+        const char c = text[i];
+        if (c == '.' && !point) {
+            point = true;
+        } else if (c >= '0' && c <= '9') {
+            any = true;
+            if (point) {
+                if (fraction_scale < 1000000) {
+                    fraction = fraction * 10 + (c - '0');
+                    fraction_scale *= 10;
+                }
+            } else {
+                if (whole > 1000000000) {
+                    return false;
+                }
+                whole = whole * 10 + (c - '0');
+            }
+        } else {
+            return false;
+        }
+    }
+    if (!any) {
+        return false;
+    }
+    *us = whole * scale + fraction * scale / fraction_scale;
+    return true;
+}

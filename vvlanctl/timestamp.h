@@ -16,3 +16,6 @@ std::string timestamp_now();
 // A time as local_timestamp prints it, with or without its fraction, with
 // an offset or Z; false for anything else.
 bool parse_timestamp(std::string_view text, int64_t *wall_us);
+// A time from a recording's start, as history's and replay's limits take
+// it: "90s", "2.5s", "15m", "1h". Microseconds.
+bool parse_time_from_start(std::string_view text, int64_t *us);
