@@ -135,23 +135,15 @@ bool recorder_source::connect(std::string *why) {
 
 int recorder_source::start(std::string *why) {
     {
+        // A connection of its own: a refused CONFIG would poison any other.
         const auto probe = connection::open(t_.address, t_.who, why);
         if (!probe) {
             *why = "cannot connect to " + t_.address.describe() + ": " + *why;
             return EXIT_CONNECT;
         }
-        std::string missing;
         std::string wanted;
-        if (!probe->missing_keyspace_events(&missing, &wanted)) {
-            std::fprintf(stderr,
-                         "vvlanctl: record: cannot read notify-keyspace-events (%s): recording "
-                         "as if its flags K, g, $, x and e were on\n",
-                         printable(probe->error()).c_str());
-        } else if (!missing.empty()) {
-            *why = "the server's notify-keyspace-events lacks the flags \"" + missing +
-                   "\", so no event would be recorded; record never writes to the server: set "
-                   "them with redis-cli CONFIG SET notify-keyspace-events \"" +
-                   wanted + "\"";
+        if (check_keyspace_events(*probe, "record", why, &wanted) != EXIT_FINE) {
+            *why += "; record never writes to the server";
             return EXIT_NOT_DONE;
         }
     }

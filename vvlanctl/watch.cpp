@@ -69,25 +69,16 @@ int check_events(const tool_context &t, const watch_options &o) {
     if (!probe) {
         return EXIT_CONNECT;
     }
-    std::string missing;
+    std::string why;
     std::string wanted;
-    if (!probe->missing_keyspace_events(&missing, &wanted)) {
-        std::fprintf(stderr,
-                     "vvlanctl: watch: cannot read notify-keyspace-events (%s): watching as if "
-                     "its flags K, g, $, x and e were on\n",
-                     printable(probe->error()).c_str());
-        return EXIT_FINE;
-    }
-    if (missing.empty()) {
+    const int status = check_keyspace_events(*probe, "watch", &why, &wanted);
+    if (status == EXIT_FINE) {
         return EXIT_FINE;
     }
     if (o.enable_events) {
         return probe->set_keyspace_events(wanted) ? EXIT_FINE : lost(t, *probe);
     }
-    return fail(t, EXIT_NOT_DONE,
-                "the server's notify-keyspace-events lacks the flags \"" + missing +
-                    "\": set them with redis-cli CONFIG SET notify-keyspace-events \"" + wanted +
-                    "\" (or run vvlanctl watch --enable-events)");
+    return fail(t, status, why + " (or run vvlanctl watch --enable-events)");
 }
 
 // One event as a line of JSON: the fields of the text line, apart.

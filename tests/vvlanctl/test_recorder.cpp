@@ -292,6 +292,17 @@ TEST_F(RecorderTest, ReadingUserIsEnough) {
     EXPECT_EQ(refused->elements, 0u);
 }
 
+// Events off: the recorder names the flags and how to set them, exits 1,
+// and leaves the setting as it was.
+TEST_F(RecorderTest, MissingEventFlagsAreNamedNotSet) {
+    redis().config_set("notify-keyspace-events", "");
+    const tool_result r = ctl({"record", "-o", path("session.vvr"), "--count", "1"});
+    EXPECT_EQ(r.status, 1) << r.err;
+    EXPECT_NE(r.err.find("lacks the flags \"Kg$xe\""), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("record never writes to the server"), std::string::npos) << r.err;
+    EXPECT_EQ(redis().config_get("notify-keyspace-events"), "");
+}
+
 // A ring of 64 KiB: two files, the newer one segment after the older, each
 // beginning with a snapshot; the newer alone describes the server's
 // keyspace at the end.
