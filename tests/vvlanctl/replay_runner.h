@@ -14,6 +14,8 @@
 #include <vector>
 
 #include "ctl_fixture.h"
+#include "recording_file.h"
+#include "wire/key_parse.h"
 
 namespace ctltest {
 
@@ -33,6 +35,20 @@ tool_result wait_pc_tool(const pc_tool &t, std::chrono::milliseconds deadline);
 
 class ReplayRunnerTest : public CtlTest {
   protected:
+    // Every key of the families in both databases, as a snapshot holds them.
+    rec::keyspace capture() {
+        rec::keyspace out;
+        for (const int db : {0, 1}) {
+            for (const std::string &key : redis().keys(db, "*")) {
+                const auto v = redis().get(db, key);
+                if (v && family_of_key(key)) {
+                    out[{db, key}] = {rec::value_kind::string, *v, rec::NO_TTL};
+                }
+            }
+        }
+        return out;
+    }
+
     std::string trace_path() { return server().dir() + "/replay.trace"; }
 
     // vvlanctl replay ... -- <the daemon under test>, with this test's

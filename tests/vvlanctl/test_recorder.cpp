@@ -19,10 +19,13 @@ class RecorderTest : public ReplayRunnerTest {
     std::string path(const std::string &name) { return server().dir() + "/" + name; }
 
     // vvlanctl record running in the background until stop_recording().
-    void start_recording(std::vector<std::string> options) {
-        std::vector<std::string> args = {"-s",   server().socket_path(), "record",
-                                         "-o",   path("session.vvr"),    "--presence-interval",
-                                         "100ms"};
+    // who: options before the command (--user, --pass).
+    void start_recording(std::vector<std::string> options, std::vector<std::string> who = {}) {
+        std::vector<std::string> args = {"-s", server().socket_path()};
+        args.insert(args.end(), who.begin(), who.end());
+        for (const char *a : {"record", "-o", "", "--presence-interval", "100ms"}) {
+            args.push_back(*a != '\0' ? a : path("session.vvr"));
+        }
         args.insert(args.end(), options.begin(), options.end());
         recorder_ = std::make_unique<tool_process>(server().dir(), args);
         recorder_->start();
@@ -71,19 +74,6 @@ class RecorderTest : public ReplayRunnerTest {
         for (const rec::segment &s : r.segments) {
             for (const rec::record &x : s.records) {
                 rec::apply(x, &space);
-            }
-        }
-        return space;
-    }
-    // Every key of a family in both databases, with its value.
-    rec::keyspace server_keyspace() {
-        rec::keyspace space;
-        for (int db : {0, 1}) {
-            for (const std::string &key : redis().keys(db, "*")) {
-                if (family_of_key(key)) {
-                    space[{db, key}] = {rec::value_kind::string, redis().get(db, key).value_or(""),
-                                        rec::NO_TTL};
-                }
             }
         }
         return space;
@@ -186,7 +176,7 @@ TEST_F(RecorderTest, SessionIsRecordedKeyForKey) {
     }
     EXPECT_TRUE(join_seen);
     const rec::keyspace recorded = final_keyspace(r);
-    const rec::keyspace present = server_keyspace();
+    const rec::keyspace present = capture();
     EXPECT_TRUE(same_keys_and_values(recorded, present)) << "recorded:\n"
                                                          << describe(recorded) << "server:\n"
                                                          << describe(present);
@@ -234,7 +224,7 @@ TEST_F(RecorderTest, KilledSubscriptionIsRecorded) {
                  x.event == "del";
     }
     EXPECT_TRUE(swept);
-    EXPECT_TRUE(same_keys_and_values(final_keyspace(r), server_keyspace()));
+    EXPECT_TRUE(same_keys_and_values(final_keyspace(r), capture()));
 
     // history names the loss and the sweep.
     const tool_result h = ok({"history", path("session.vvr")});
@@ -268,15 +258,7 @@ TEST_F(RecorderTest, ReadingUserIsEnough) {
     }
     redis().command(rule);
     start_daemon(false);
-    std::vector<std::string> args = {
-        "-s", server().socket_path(), "--user",  "reader", "--pass", "secret", "record",
-        "-o", path("session.vvr"),    "--count", "6"};
-    recorder_ = std::make_unique<tool_process>(server().dir(), args);
-    recorder_->start();
-    ASSERT_TRUE(testsupport::eventually(
-        [&] { return recorder_->err().find("vvlanctl: recording ") != std::string::npos; },
-        integration::patience(10s)))
-        << recorder_->err();
+    start_recording({"--count", "6"}, {"--user", "reader", "--pass", "secret"});
     configure(); // vid, OUI, auto and their copies: more than six events
     ASSERT_EQ(recorder_->wait_exit(integration::patience(10s)), 0) << recorder_->err();
     EXPECT_NE(recorder_->err().find("recorded 6 events"), std::string::npos) << recorder_->err();
@@ -328,7 +310,7 @@ TEST_F(RecorderTest, RingKeepsTwoFilesEachFromASnapshot) {
     EXPECT_EQ(newer.segments[0].records[0].type, rec::record_type::snapshot_begin);
     EXPECT_EQ(newer.segments[0].records[0].state,
               static_cast<uint8_t>(rec::snapshot_reason::rotation));
-    EXPECT_TRUE(same_keys_and_values(final_keyspace(newer), server_keyspace()));
+    EXPECT_TRUE(same_keys_and_values(final_keyspace(newer), capture()));
     // The newer file alone replays from its own snapshot.
     expect_replayed_equal({"session.vvr"});
 }

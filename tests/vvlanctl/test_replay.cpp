@@ -24,20 +24,6 @@ const std::string PHONE = "00e0bb123456";
 
 class ReplayTest : public ReplayRunnerTest {
   protected:
-    // Every key of the families in both databases, as a snapshot holds them.
-    rec::keyspace capture() {
-        rec::keyspace out;
-        for (const int db : {0, 1}) {
-            for (const std::string &key : redis().keys(db, "*")) {
-                const auto v = redis().get(db, key);
-                if (v && family_of_key(key)) {
-                    out[{db, key}] = {rec::value_kind::string, *v, rec::NO_TTL};
-                }
-            }
-        }
-        return out;
-    }
-
     // A one-segment recording, written as the recorder would.
     struct writer {
         rec::segment_header h = [] {
