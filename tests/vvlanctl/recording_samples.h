@@ -8,12 +8,18 @@
 #include <vector>
 
 #include "recording.h"
+#include "wire/mac_addr.h"
 #include "wire/keys.h"
 
 namespace rectest {
 
 inline constexpr int64_t START_WALL = 1795000000000000; // 2026-11-18, microseconds
 inline constexpr int64_t START_MONO = 5000000;
+
+// The voice OUI of the samples, its mask, and a phone under it.
+inline const mac_addr OUI{0x00, 0xe0, 0xbb, 0x00, 0x00, 0x00};
+inline const mac_addr MASK{0xff, 0xff, 0xff, 0x00, 0x00, 0x00};
+inline const mac_addr PHONE{0x00, 0xe0, 0xbb, 0x12, 0x34, 0x56};
 
 inline rec::segment_header sample_header(uint32_t segment = 1) {
     rec::segment_header h;

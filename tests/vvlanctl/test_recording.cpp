@@ -17,9 +17,6 @@ namespace {
 using namespace rectest;
 using rec::record_type;
 
-const mac_addr OUI{0x00, 0xe0, 0xbb, 0x00, 0x00, 0x00};
-const mac_addr MASK{0xff, 0xff, 0xff, 0x00, 0x00, 0x00};
-const mac_addr PHONE{0x00, 0xe0, 0xbb, 0x12, 0x34, 0x56};
 
 // A record of every type, with the corners of each field.
 std::vector<rec::record> every_type() {
