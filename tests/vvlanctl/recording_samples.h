@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "recording.h"
-#include "wire/mac_addr.h"
 #include "wire/keys.h"
+#include "wire/mac_addr.h"
 
 namespace rectest {
 

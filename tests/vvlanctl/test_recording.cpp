@@ -17,7 +17,6 @@ namespace {
 using namespace rectest;
 using rec::record_type;
 
-
 // A record of every type, with the corners of each field.
 std::vector<rec::record> every_type() {
     std::vector<rec::record> out;
